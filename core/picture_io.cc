@@ -1,0 +1,59 @@
+// Plain load, picture copy and release around the codec library.
+#include "core/picture_io.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/settings.h"
+
+Settings gSettings;
+
+int LoadPicture(const char* path, ImageRecord* picture, int16_t formatIndex, int32_t fitWidth,
+                int32_t fitHeight) {
+  LoadOptions options;
+  imkDefaultOption(&options);
+  options.reserved0 = 0;
+  options.flags = 0x804;
+  options.formatIndex = formatIndex;
+  options.fitWidth = fitWidth;
+  options.fitHeight = fitHeight;
+  options.reserved38 = 1;
+  options.pcdBase = static_cast<uint16_t>(gSettings.loadPcdBase);
+  // The plain load passes GrobBpp plus one; the load with progress does not.
+  options.grobBpp = static_cast<uint16_t>(gSettings.loadGrobBpp + 1);
+  options.rawWidth = gSettings.loadWidth;
+  options.rawHeight = gSettings.loadHeight;
+  options.rawOffset = gSettings.loadOffset;
+  options.rawChannelOrder = static_cast<uint16_t>(gSettings.loadChannelOrder);
+  options.rawChannelType = static_cast<uint16_t>(gSettings.loadChannelType);
+  picture->palette = nullptr;
+  picture->pixels = nullptr;
+  return imkLoad(path, picture, &options, nullptr) & 0xFF;
+}
+
+int CopyPicture(ImageRecord* source, ImageRecord* destination, bool rotated) {
+  ImageRecord copy;
+  std::memset(&copy, 0, sizeof copy);
+  const int32_t w = rotated ? source->height : source->width;
+  const int32_t h = rotated ? source->width : source->height;
+  if (!imkAllock(&copy, source->type, source->bitsPerComponent, w, h)) return 0;
+  if (!rotated && source->pixels) {
+    const size_t n = static_cast<size_t>(std::min(copy.bytesPerLine, source->bytesPerLine));
+    for (int32_t y = 0; y < h; ++y)
+      std::memcpy(copy.pixels + static_cast<size_t>(y) * copy.bytesPerLine,
+                  source->pixels + static_cast<size_t>(y) * source->bytesPerLine, n);
+  }
+  if (source->palette && copy.palette) std::memcpy(copy.palette, source->palette, 768);
+  copy.attribute = source->attribute;
+  copy.colorCount = source->colorCount;
+  FreePicture(destination);
+  *destination = *source;
+  *source = copy;
+  return 1;
+}
+
+void FreePicture(ImageRecord* picture) {
+  if (!picture) return;
+  if (picture->pixels || picture->palette) imkFree(picture);
+  std::memset(picture, 0, sizeof *picture);
+}

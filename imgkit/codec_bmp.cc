@@ -1,0 +1,12 @@
+// BMP codec (skeleton: functions to be filled in).
+#include "imgkit/internal.h"
+
+namespace imk {
+
+const Codec kBmpCodec = {
+    "bmp", "BMP", {"bmp", "dib"}, IMK_CAN_READ | IMK_CAN_WRITE,
+    {{IMK_BINARY, 2, kAnySize, kAnySize}, {IMK_GREY, 256, kAnySize, kAnySize}, {IMK_MAPPED, 256, kAnySize, kAnySize},
+     {IMK_ANY_TRUECOLOR, kAnyColors, kAnySize, kAnySize}, kEndKinds},
+    nullptr, nullptr, nullptr, nullptr};
+
+}  // namespace imk

@@ -1,0 +1,11 @@
+// GIF codec (skeleton: functions to be filled in).
+#include "imgkit/internal.h"
+
+namespace imk {
+
+const Codec kGifCodec = {
+    "gif", "GIF", {"gif"}, IMK_CAN_READ | IMK_CAN_WRITE | IMK_MULTI_PICTURE,
+    {{IMK_BINARY, 2, kAnySize, kAnySize}, {IMK_GREY, 256, kAnySize, kAnySize}, {IMK_MAPPED, 256, kAnySize, kAnySize}, kEndKinds},
+    nullptr, nullptr, nullptr, nullptr};
+
+}  // namespace imk

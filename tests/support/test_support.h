@@ -1,0 +1,77 @@
+// Helpers shared by the unit tests: temporary directories, owned pictures,
+// synthetic test pictures, pixel comparison and running independent tools.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "imgkit/imgkit.h"
+
+namespace test {
+
+// A fresh directory under $TMPDIR, removed with its contents on destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// An ImageRecord freed with imkFree on destruction.
+struct OwnedPicture {
+  ImageRecord rec{};
+  OwnedPicture() = default;
+  ~OwnedPicture() { reset(); }
+  OwnedPicture(const OwnedPicture&) = delete;
+  OwnedPicture& operator=(const OwnedPicture&) = delete;
+  void reset();
+  ImageRecord* operator->() { return &rec; }
+  const ImageRecord* operator->() const { return &rec; }
+  uint8_t* row(int y) { return rec.pixels + static_cast<size_t>(y) * rec.bytesPerLine; }
+  const uint8_t* row(int y) const { return rec.pixels + static_cast<size_t>(y) * rec.bytesPerLine; }
+};
+
+// A picture of the given kind filled with a deterministic pattern that uses
+// every level / palette entry / colour channel (`levels` for grey and mapped).
+void makePattern(OwnedPicture& pic, uint16_t type, int width, int height, int levels = 256);
+
+// Loads `path` with default options (plus `flags`), returns the result code.
+int load(const std::string& path, OwnedPicture& pic, int pictureIndex = 0, uint16_t flags = 0,
+         FileInfo* info = nullptr);
+// Saves with the format of that short name; quality/options as given.
+int save(const std::string& path, const ImageRecord& pic, const char* shortName,
+         int quality = 0, int option = 0, int option2 = 0);
+
+// Pixels as interleaved 8-bit RGB (any kind), for comparisons.
+std::vector<uint8_t> toRgb(const ImageRecord& pic);
+// Largest per-channel difference between two RGB buffers of the same size
+// (255 + 1 when their sizes differ).
+int maxDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b);
+
+// Runs a shell command; returns its exit status and, when `out` is given,
+// its standard output.
+int run(const std::string& command, std::string* out = nullptr);
+// Reads a binary PPM/PGM/PBM/PAM written by an independent tool into RGB.
+bool readNetpbmAsRgb(const std::string& path, int* width, int* height, std::vector<uint8_t>* rgb);
+// Decodes any file with ImageMagick into RGB (first frame unless `frame`).
+bool magickToRgb(const std::string& path, int* width, int* height, std::vector<uint8_t>* rgb,
+                 int frame = 0);
+// Quotes a path for the shell.
+std::string quote(const std::string& s);
+
+bool fileExists(const std::string& path);
+std::vector<uint8_t> readFile(const std::string& path);
+void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);
+
+// The corpus of third-party test files and the repository.
+std::string corpusDir();
+std::string sourceDir();
+
+}  // namespace test
