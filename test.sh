@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/setup.sh test
-cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVIMORA_SANITIZE=ON \
+cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVIMORA_SANITIZE=ON \
   -DVIMORA_WERROR=ON >/dev/null
 cmake --build build/asan -j "$(nproc)"
 cd build/asan

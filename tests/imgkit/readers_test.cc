@@ -1,0 +1,162 @@
+// Behaviour every reader shares, checked across all writable formats with
+// files our own writers made: progress reporting and cancelling, damaged
+// files with and without "ignore errors", reduced loads, header-only look-ups.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/test_support.h"
+
+namespace {
+
+struct Case {
+  const char* format;
+  uint16_t kind;
+  int width, height;
+  // TIFF writers put the directory after the pixels: a cut file has no header.
+  bool headerAtEnd = false;
+};
+
+// One picture per format, large enough for several progress steps.
+const Case kCases[] = {
+    {"jpeg", IMK_RGB, 320, 240}, {"png", IMK_RGB, 320, 240},   {"gif", IMK_MAPPED, 320, 240},
+    {"tiff", IMK_RGB, 320, 240, true}, {"bmp", IMK_RGB, 320, 240},   {"pbm", IMK_BINARY, 320, 240},
+    {"pgm", IMK_GREY, 320, 240}, {"ppm", IMK_RGB, 320, 240},   {"pam", IMK_RGB, 320, 240},
+};
+
+class Readers : public testing::TestWithParam<Case> {
+ protected:
+  void SetUp() override {
+    const Case& c = GetParam();
+    test::OwnedPicture pic;
+    test::makePattern(pic, c.kind, c.width, c.height, c.kind == IMK_GREY ? 256 : 200);
+    path_ = dir_.file(std::string("picture.") + c.format);
+    ASSERT_EQ(test::save(path_, pic.rec, c.format), 0);
+  }
+  test::TempDir dir_;
+  std::string path_;
+};
+
+std::vector<std::pair<int, int>> gCalls;
+int gStopAt = -1;
+int record(int step, int count) {
+  gCalls.emplace_back(step, count);
+  return step == gStopAt;
+}
+
+int loadWithProgress(const std::string& path, test::OwnedPicture& pic, int stopAt) {
+  gCalls.clear();
+  gStopAt = stopAt;
+  pic.reset();
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags = IMK_FLAG_PROGRESS | IMK_FLAG_LOAD;
+  o.progress = record;
+  return imkLoad(path.c_str(), &pic.rec, &o, nullptr);
+}
+
+TEST_P(Readers, ProgressStartsAtZeroAndClimbsToItsCount) {
+  test::OwnedPicture pic;
+  ASSERT_EQ(loadWithProgress(path_, pic, -1), 0);
+  ASSERT_GE(gCalls.size(), 2u);
+  EXPECT_EQ(gCalls.front().first, 0);
+  const int count = gCalls.front().second;
+  EXPECT_GT(count, 0);
+  for (size_t i = 1; i < gCalls.size(); ++i) {
+    EXPECT_GT(gCalls[i].first, gCalls[i - 1].first);
+    EXPECT_LE(gCalls[i].first, count);
+  }
+}
+
+TEST_P(Readers, StoppingFromTheCallbackGives15AndNoPicture) {
+  for (int stopAt : {0, 1}) {
+    test::OwnedPicture pic;
+    EXPECT_EQ(loadWithProgress(path_, pic, stopAt), IMK_ERR_STOPPED) << "stop at " << stopAt;
+    EXPECT_EQ(pic->pixels, nullptr);
+    EXPECT_EQ(pic->palette, nullptr);
+  }
+}
+
+TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
+  std::vector<uint8_t> bytes = test::readFile(path_);
+  bytes.resize(bytes.size() * 6 / 10);
+  const std::string cut = dir_.file(std::string("cut.") + GetParam().format);
+  test::writeFile(cut, bytes);
+  test::OwnedPicture pic;
+  EXPECT_NE(test::load(cut, pic), 0);
+  EXPECT_EQ(pic->pixels, nullptr);
+  if (GetParam().headerAtEnd) {
+    EXPECT_NE(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+    EXPECT_EQ(pic->pixels, nullptr);
+    return;
+  }
+  ASSERT_EQ(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+  EXPECT_EQ(pic->width, GetParam().width);
+  EXPECT_EQ(pic->height, GetParam().height);
+  // The rows stored before the cut were decoded and match the complete file.
+  test::OwnedPicture whole;
+  ASSERT_EQ(test::load(path_, whole), 0);
+  const std::vector<uint8_t> a = test::toRgb(pic.rec), b = test::toRgb(whole.rec);
+  const size_t rowBytes = static_cast<size_t>(GetParam().width) * 3;
+  int same = 0;
+  for (int y = 0; y < GetParam().height; ++y)
+    same += std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes, b.begin() + y * rowBytes);
+  EXPECT_GE(same, GetParam().height * 4 / 10);
+  EXPECT_LT(same, GetParam().height);
+}
+
+TEST_P(Readers, ReducedLoadFitsAndKeepsTheAspect) {
+  test::OwnedPicture pic;
+  ASSERT_EQ(test::load(path_, pic, 0, IMK_FLAG_REDUCE), IMK_OK);  // fit 0x0: no reduction
+  EXPECT_EQ(pic->width, GetParam().width);
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= IMK_FLAG_REDUCE;
+  o.fitWidth = 80;
+  o.fitHeight = 80;
+  pic.reset();
+  ASSERT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), 0);
+  EXPECT_EQ(pic->width, 80);
+  EXPECT_EQ(pic->height, 60);
+}
+
+TEST_P(Readers, HeaderInformationWithoutDecoding) {
+  FileInfo info;
+  ASSERT_EQ(imkFileInformation(path_.c_str(), -1, 0, &info), 0);
+  EXPECT_EQ(info.formatIndex, imkGetIndex(GetParam().format));
+  EXPECT_EQ(info.width, GetParam().width);
+  EXPECT_EQ(info.height, GetParam().height);
+  EXPECT_EQ(info.pictureCount, 1);
+  FormatInfo format;
+  imkGetInfo(info.formatIndex, &format);
+  EXPECT_STREQ(info.formatName, format.name);
+  // A file cut right after its header is still described.
+  if (GetParam().headerAtEnd) return;
+  std::vector<uint8_t> bytes = test::readFile(path_);
+  bytes.resize(std::min<size_t>(bytes.size(), 1200));
+  test::writeFile(dir_.file("head"), bytes);
+  FileInfo head;
+  ASSERT_EQ(imkFileInformation(dir_.file("head").c_str(), -1, 0, &head), 0);
+  EXPECT_EQ(head.width, GetParam().width);
+}
+
+TEST_P(Readers, FormatIsFoundWhateverTheExtensionOrRequestedIndex) {
+  const std::string renamed = dir_.file("no-extension");
+  test::writeFile(renamed, test::readFile(path_));
+  test::OwnedPicture pic;
+  FileInfo info;
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.formatIndex = imkGetIndex(std::string(GetParam().format) == "png" ? "gif" : "png");
+  ASSERT_EQ(imkLoad(renamed.c_str(), &pic.rec, &o, &info), 0);
+  EXPECT_EQ(info.formatIndex, imkGetIndex(GetParam().format));
+  EXPECT_EQ(info.pictureCount, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllFormats, Readers, testing::ValuesIn(kCases),
+                         [](const testing::TestParamInfo<Case>& info) {
+                           return std::string(info.param.format);
+                         });
+
+}  // namespace
