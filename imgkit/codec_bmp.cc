@@ -250,11 +250,13 @@ int parseHeaders(ReadContext& ctx, BmpLayout& L) {
   return IMK_OK;
 }
 
-// The first problem found while decoding; reported once decoding ends.
-struct Damage {
-  const char* text = nullptr;
+// What decoding left behind: the first problem found (reported once decoding
+// ends) and how many rows, in file order, may hold decoded pixels.
+struct Decoded {
+  const char* damage = nullptr;
+  int rows = 0;
   void note(const char* t) {
-    if (!text) text = t;
+    if (!damage) damage = t;
   }
 };
 
@@ -297,7 +299,7 @@ void decodeRow(const BmpLayout& L, const uint8_t* src, uint8_t* dst) {
   }
 }
 
-int decodeUncompressed(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage) {
+int decodeUncompressed(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decoded) {
   const size_t stride = static_cast<size_t>(rowBytes(L.width, L.bits));
   ByteReader r(ctx.data, ctx.size);
   r.seek(L.dataOffset);
@@ -305,8 +307,9 @@ int decodeUncompressed(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damag
   for (int i = 0; i < L.height; ++i) {
     const bool whole = r.bytes(row.data(), stride);
     decodeRow(L, row.data(), pic.row(L.topDown ? i : L.height - 1 - i));
+    decoded.rows = i + 1;
     if (!whole) {
-      damage.note("truncated");
+      decoded.note("truncated");
       break;
     }
     if (ctx.advanceProgress(i + 1)) return IMK_ERR_STOPPED;
@@ -318,7 +321,7 @@ int decodeUncompressed(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damag
 // Some writers encode the padding of a row as pixels (a run ending at the
 // 4-byte boundary an uncompressed row would have): those surplus pixels are
 // dropped. Codes reaching beyond that, or outside the picture, are damage.
-int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage) {
+int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decoded) {
   const bool four = L.compression == kBiRle4;
   ByteReader r(ctx.data, ctx.size);
   r.seek(L.dataOffset);
@@ -329,11 +332,12 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage
   // Pixel i of a run comes from pick(i); only those inside the row are kept.
   auto runFits = [&](int n) {
     if (x + n <= slots) return true;
-    damage.note("RLE run past end of row");
+    decoded.note("RLE run past end of row");
     return false;
   };
   auto store = [&](int n, auto pick) {
     uint8_t* dst = pic.row(h - 1 - y);
+    decoded.rows = y + 1;
     const int64_t end = std::min<int64_t>(x + n, w);
     for (int64_t i = x; i < end; ++i) dst[i] = pick(static_cast<int>(i - x));
     x += n;
@@ -343,7 +347,7 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage
     const uint8_t value = r.u8();
     if (r.overrun()) {
       // A file may end without a final end-of-line once every pixel is set.
-      if (y < h - 1 || x < w) damage.note("truncated");
+      if (y < h - 1 || x < w) decoded.note("truncated");
       return IMK_OK;
     }
     if (count > 0) {  // encoded run
@@ -364,18 +368,18 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage
         if (y < h - 1 && r.size() >= 6 &&
             ctx.data[2] + (ctx.data[3] << 8) + (ctx.data[4] << 16) + (uint64_t{ctx.data[5]} << 24) >
                 r.size())
-          damage.note("truncated");
+          decoded.note("truncated");
         return IMK_OK;
       case 2: {  // delta
         const int dx = r.u8(), dy = r.u8();
         if (r.overrun()) {
-          damage.note("truncated");
+          decoded.note("truncated");
           return IMK_OK;
         }
         x += dx;
         y += dy;
         if (x > slots || y > h || (y == h && x > 0)) {
-          damage.note("RLE delta outside picture");
+          decoded.note("RLE delta outside picture");
           return IMK_OK;
         }
         if (dy && ctx.advanceProgress(y)) return IMK_ERR_STOPPED;
@@ -387,7 +391,7 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage
         const uint8_t* src = r.peek(bytes);
         if (!runFits(n)) return IMK_OK;
         if (!src) {
-          damage.note("truncated");
+          decoded.note("truncated");
           return IMK_OK;
         }
         store(n, [&](int i) -> uint8_t {
@@ -403,7 +407,7 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage
 
 // Copies the palette, checks every index against it and turns black/white
 // and grey-ramp palettes into binary and grey pictures.
-void finishPalette(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& damage) {
+void finishPalette(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decoded) {
   ImageRecord& rec = pic.rec();
   ByteReader r(ctx.data, ctx.size);
   r.seek(L.paletteOffset);
@@ -414,15 +418,17 @@ void finishPalette(ReadContext& ctx, const BmpLayout& L, Picture& pic, Damage& d
     rec.palette[i] = r.u8();
     if (L.paletteEntrySize == 4) r.u8();
   }
+  // Rows never reached hold index 0, which every palette has; a huge picture
+  // cut short is not scanned in full.
   int highest = 0;
-  for (int y = 0; y < rec.height; ++y) {
-    const uint8_t* row = pic.row(y);
+  for (int i = 0; i < decoded.rows; ++i) {
+    const uint8_t* row = pic.row(L.topDown ? i : L.height - 1 - i);
     for (int x = 0; x < rec.width; ++x) highest = std::max<int>(highest, row[x]);
   }
   rec.colorCount = L.paletteCount;
   if (highest >= L.paletteCount) {
     // Missing entries stay black.
-    damage.note("palette index out of range");
+    decoded.note("palette index out of range");
     rec.colorCount = highest + 1;
   }
   simplifyMappedPicture(rec);
@@ -459,12 +465,12 @@ int readBmp(ReadContext& ctx, Picture& out) {
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");
   if (!out.allocate(kind, L.width, L.height)) return ctx.fail(IMK_ERR_MEMORY, "not enough memory");
   if (ctx.beginProgress(L.height)) return IMK_ERR_STOPPED;
-  Damage damage;
+  Decoded decoded;
   const int rc =
-      compressed(L) ? decodeRle(ctx, L, out, damage) : decodeUncompressed(ctx, L, out, damage);
+      compressed(L) ? decodeRle(ctx, L, out, decoded) : decodeUncompressed(ctx, L, out, decoded);
   if (rc) return rc;
-  if (L.bits <= 8) finishPalette(ctx, L, out, damage);
-  if (damage.text) return ctx.damaged(IMK_ERR_CORRUPT, damage.text);
+  if (L.bits <= 8) finishPalette(ctx, L, out, decoded);
+  if (decoded.damage) return ctx.damaged(IMK_ERR_CORRUPT, decoded.damage);
   return IMK_OK;
 }
 

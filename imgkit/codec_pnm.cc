@@ -342,10 +342,14 @@ int readPnm(ReadContext& ctx, Picture& out) {
   fillHeader(ctx, h, count);
   ByteReader r(ctx.data, ctx.size);
   r.seek(h.raster);
-  // Raw rasters are checked against the file before anything is allocated.
-  if (!h.plain() && !ctx.ignoreErrors() &&
-      r.remaining() / h.rawRowBytes() < static_cast<uint64_t>(h.height))
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  // The raster is checked against the file before anything is allocated:
+  // raw rasters have an exact size; plain ones need at least a character per
+  // sample, and a separator between numbers.
+  const uint64_t total = static_cast<uint64_t>(h.width) * h.height * (h.pbm() ? 1 : h.depth);
+  const uint64_t least = !h.plain()       ? h.rawRowBytes() * h.height
+                         : h.magic == '1' ? total
+                                          : 2 * total - 1;
+  if (!ctx.ignoreErrors() && r.remaining() < least) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
   const uint16_t kind = kindOf(h);
   if (!sizeAcceptable(h.width, h.height, bytesPerPixelOf(kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

@@ -133,6 +133,12 @@ int readRaw(ReadContext& ctx, Picture& out) {
   std::vector<uint8_t> row(rowBytes), plane(static_cast<size_t>(w));
   if (ctx.beginProgress(h)) return IMK_ERR_STOPPED;
   for (int y = 0; y < h; ++y) {
+    // The first channel of a row is its earliest byte in every arrangement:
+    // once it lies past the end, so does everything after it.
+    const uint64_t first = o.rawChannelOrder == IMK_RAW_PLANES
+                               ? offset + static_cast<uint64_t>(y) * w
+                               : offset + y * rowBytes;
+    if (first >= ctx.size) break;
     if (o.rawChannelOrder == IMK_RAW_INTERLEAVED) {
       copyBytes(ctx, offset + y * rowBytes, rowBytes, row.data());
     } else {
