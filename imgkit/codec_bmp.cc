@@ -72,6 +72,7 @@ struct BmpLayout {
   int paletteEntrySize = 4;  // 3 for the OS/2 1.x core header
   int paletteCount = 0;      // entries present in the file (bits <= 8)
   size_t dataOffset = 0;
+  uint32_t declaredFileSize = 0;  // the file header's size field
 };
 
 bool compressed(const BmpLayout& L) { return L.compression == kBiRle8 || L.compression == kBiRle4; }
@@ -230,6 +231,7 @@ int parseHeaders(ReadContext& ctx, BmpLayout& L) {
   }
   if (dataOffset >= ctx.size) return ctx.fail(IMK_ERR_BAD_FILE, "no pixel data");
   L.dataOffset = dataOffset;
+  L.declaredFileSize = fileSize;
 
   // Sizes that exceed by far anything the picture could occupy (an RLE code
   // of two bytes per pixel is the worst honest encoding) mark a broken file.
@@ -365,10 +367,7 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decod
       case 1:  // end of bitmap
         // An early end in a file shorter than its header says is a cut file
         // whose last bytes happen to read as this code.
-        if (y < h - 1 && r.size() >= 6 &&
-            ctx.data[2] + (ctx.data[3] << 8) + (ctx.data[4] << 16) + (uint64_t{ctx.data[5]} << 24) >
-                r.size())
-          decoded.note("truncated");
+        if (y < h - 1 && L.declaredFileSize > ctx.size) decoded.note("truncated");
         return IMK_OK;
       case 2: {  // delta
         const int dx = r.u8(), dy = r.u8();
@@ -554,6 +553,8 @@ int writeBmp(WriteContext& ctx, const ImageRecord& pic) {
     for (int i = 0; i < colors; ++i) {
       if (pic.type == IMK_GREY) {
         palette[i][0] = palette[i][1] = palette[i][2] = greyLevelIntensity(i, colors);
+      } else if (!pic.palette) {  // a caller's record without a palette: grey
+        palette[i][0] = palette[i][1] = palette[i][2] = static_cast<uint8_t>(i);
       } else {
         palette[i][0] = pic.palette[i], palette[i][1] = pic.palette[256 + i],
         palette[i][2] = pic.palette[512 + i];

@@ -62,6 +62,8 @@ TEST(RawRead, EveryTypeInEveryArrangementGivesTheSamePixels) {
       {IMK_RAW_RGBA, 4, IMK_RGBX, {50, 51, 52, 53}},
       {IMK_RAW_ABGR, 4, IMK_RGBX, {53, 52, 51, 50}},
       {IMK_RAW_CMY, 3, IMK_RGB, {205, 204, 203}},
+      // K = 53: 205 * 202 / 255 = 162.4, 204 * 202 / 255 = 161.6, 203 * 202 / 255 = 160.8
+      {IMK_RAW_CMYK, 4, IMK_RGB, {162, 162, 161}},
   };
   test::TempDir dir;
   for (const Case& c : cases) {
