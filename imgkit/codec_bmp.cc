@@ -1,8 +1,10 @@
 // BMP codec. Reads the OS/2 1.x core header, the Windows 40/52/56/108/124-byte
 // headers and the OS/2 2.x 16/64-byte headers; palettes of 1, 2, 4 and 8 bits,
 // 16/24/32-bit pixels with default or bit-field masks (with alpha), and RLE8 /
-// RLE4 compression. Writes 1-bit, 4-bit and 8-bit palettes (optionally RLE4 /
-// RLE8), 24-bit colour and 32-bit colour with alpha.
+// RLE4 compression. Writes binary pictures as 1-bit; grey and colour-mapped
+// ones as 4-bit (up to 16 entries) or 8-bit palettes, RLE4 / RLE8 compressed
+// when saveOption is 1; kind 512 as 32-bit with a v4 header whose alpha mask
+// keeps the spare byte; every other true-colour kind as 24-bit.
 //
 // Every field of the headers comes from an untrusted file: it is checked before
 // use, all reads go through ByteReader, and the RLE decoder never writes
