@@ -48,12 +48,23 @@ void indexColours(const ImageRecord& src, IndexColours& c) {
   }
 }
 
+// How many pixels use each byte value. Four partial counts so that runs of
+// one value do not wait on their own increments.
 void histogram(const ImageRecord& src, uint32_t* counts) {
-  std::fill(counts, counts + 256, 0u);
+  std::vector<uint32_t> part(4 * 256, 0);
+  const int w = src.width;
   for (int y = 0; y < src.height; ++y) {
     const uint8_t* in = rowOf(src, y);
-    for (int x = 0; x < src.width; ++x) ++counts[in[x]];
+    int x = 0;
+    for (; x + 4 <= w; x += 4) {
+      ++part[in[x]];
+      ++part[256 + in[x + 1]];
+      ++part[512 + in[x + 2]];
+      ++part[768 + in[x + 3]];
+    }
+    for (; x < w; ++x) ++part[in[x]];
   }
+  for (int i = 0; i < 256; ++i) counts[i] = part[i] + part[256 + i] + part[512 + i] + part[768 + i];
 }
 
 void mapIndices(const ImageRecord& src, ImageRecord& result, const uint8_t* map) {
@@ -213,7 +224,9 @@ void byLayout(const ImageRecord& src, F&& f) {
   return f.template operator()<2, 1, 0, 3>();
 }
 
-int boxSplitting(ImageRecord* src, ImageRecord* dst, int colours) {
+// `usage`: the pixel count of each index of a binary, grey or mapped source
+// when the caller has it already.
+int boxSplitting(ImageRecord* src, ImageRecord* dst, int colours, const uint32_t* usage) {
   ImageRecord result;
   if (!startMapped(*src, result, 0)) return 1;
   std::vector<uint8_t> presence(kPresenceBytes, 0);
@@ -222,7 +235,10 @@ int boxSplitting(ImageRecord* src, ImageRecord* dst, int colours) {
   const bool indexed = !isTrueColour(src->type);
   if (indexed) {
     indexColours(*src, c);
-    histogram(*src, counts);
+    if (usage)
+      std::copy(usage, usage + 256, counts);
+    else
+      histogram(*src, counts);
     for (int i = 0; i < 256; ++i) {
       if (!counts[i]) continue;
       const int key = colourKey(c.r[i] >> 2, c.g[i] >> 2, c.b[i] >> 2);
@@ -266,7 +282,7 @@ int popularity(ImageRecord* src, ImageRecord* dst, int colours) {
     std::stable_sort(order, order + 256, [&](int a, int b) { return counts[a] > counts[b]; });
     const int used =
         static_cast<int>(std::count_if(counts, counts + 256, [](uint32_t k) { return k != 0; }));
-    if (used > colours && colours >= 8) return boxSplitting(src, dst, colours);
+    if (used > colours && colours >= 8) return boxSplitting(src, dst, colours, counts);
   }
   ImageRecord result;
   if (!startMapped(*src, result, colours)) return 1;
@@ -474,7 +490,7 @@ int reduceColours(ImageRecord* src, ImageRecord* dst, int colours, int method) {
   if (colours > 256) colours = 256;
   const CubeShape shape = cubeShape(colours);
   if (method == kMethodOrdered && shape.red > 0) return cubeDither(src, dst, shape);
-  if (isTrueColour(src->type)) return boxSplitting(src, dst, colours);
+  if (isTrueColour(src->type)) return boxSplitting(src, dst, colours, nullptr);
   return popularity(src, dst, colours);
 }
 

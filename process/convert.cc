@@ -151,38 +151,33 @@ class IntensityRows {
 // Error diffusion to binary. The error goes 3/8 right, 3/8 straight down and
 // 2/8 down-right; nothing flows left, every row runs left to right, and both
 // divisions truncate toward zero, negative errors included. The value is
-// never clamped. cur[x] is cleared as it is consumed so that the row buffer
-// is clean when it serves again two rows later.
+// never clamped.
+//
+// The sums are the same as with two error rows (the current one taking the
+// 3/8 to the right as it goes): the right-hand share travels in a register
+// and one row buffer suffices, because below[x] is read for this row before
+// it is rewritten with what the next row receives there (3/8 from x plus
+// 2/8 from x - 1).
 void diffuseToBinary(const IntensityRows& rows, ImageRecord& result) {
   const int w = result.width;
-  std::vector<int32_t> errors(2 * (static_cast<size_t>(w) + 2), 0);
+  std::vector<int32_t> below(static_cast<size_t>(w), 0);
   std::vector<uint8_t> g(static_cast<size_t>(w));
   for (int y = 0; y < result.height; ++y) {
-    int32_t* cur = &errors[(y & 1) * (static_cast<size_t>(w) + 2)];
-    int32_t* next = &errors[((y + 1) & 1) * (static_cast<size_t>(w) + 2)];
     rows.row(y, g.data());
     uint8_t* out = rowOf(result, y);
+    int32_t* err = below.data();
+    int32_t right = 0;      // 3/8 from the pixel to the left
+    int32_t downRight = 0;  // 2/8 from the pixel to the left, for the row below
     for (int x = 0; x < w; ++x) {
-      const int32_t v = g[x] + cur[x];
-      int32_t e;
-      if (v <= 127) {
-        out[x] = 0;
-        e = v;
-      } else {
-        out[x] = 1;
-        e = v - 255;
-      }
+      const int32_t v = g[x] + err[x] + right;
+      const bool white = v > 127;
+      out[x] = white;
+      const int32_t e = white ? v - 255 : v;
       const int32_t a = (3 * e) / 8;
-      const int32_t b = e / 4;
-      next[x] += a;
-      next[x + 1] += b;
-      cur[x] = 0;
-      cur[x + 1] += a;
+      err[x] = a + downRight;
+      downRight = e / 4;
+      right = a;
     }
-    // Column w collects error that is never read; clearing it keeps the
-    // sums bounded however tall the picture.
-    cur[w] = 0;
-    next[w] = 0;
   }
 }
 

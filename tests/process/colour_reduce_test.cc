@@ -216,7 +216,7 @@ TEST(CubeDither, GreyAndMappedSourcesUseLevelsAndPalette) {
   }
   for (int y = 0; y < 24; ++y)
     for (int x = 0; x < 24; ++x) {
-      grey.row(y)[x] = static_cast<uint8_t>((x + y) % 4);
+      grey.row(y)[x] = static_cast<uint8_t>((x / 8 + y / 8) % 4);
       mapped.row(y)[x] = static_cast<uint8_t>(x * 11 + y * 5);
     }
   for (const auto& c : kCubes) {
@@ -225,7 +225,7 @@ TEST(CubeDither, GreyAndMappedSourcesUseLevelsAndPalette) {
     ASSERT_EQ(process::reduceColours(&mapped.rec, &m.rec, c.colours, 1), 0);
     for (int y = 0; y < 24; ++y)
       for (int x = 0; x < 24; ++x) {
-        const int v = ((x + y) % 4) * 85;
+        const int v = ((x / 8 + y / 8) % 4) * 85;
         ASSERT_EQ(g.row(y)[x], exactCubeIndex(c.cube, v, v, v, x, y));
         const int i = mapped.row(y)[x];
         ASSERT_EQ(m.row(y)[x],
