@@ -89,7 +89,7 @@ struct Snapshot {
   }
 };
 
-// The design's 8x8 dither matrix, typed in again here.
+// The 8x8 dither matrix, typed in again here rather than taken from the code.
 const int kD[8][8] = {
     {0, 38, 9, 47, 2, 40, 11, 50},  {25, 12, 35, 22, 27, 15, 37, 24},
     {6, 44, 3, 41, 8, 47, 5, 43},   {31, 19, 28, 15, 34, 21, 31, 18},
