@@ -1,0 +1,705 @@
+// Neighbourhood filters on padded row buffers.
+//
+// The filters keep s padded copies of source rows (edge replicated, see
+// loadPaddedRow) and rotate them by pointer. Each output row is computed in
+// blocks of kLanes bytes with a fixed inner count, which lets the compiler
+// turn the per-byte arithmetic into vector code; the buffers carry enough
+// slack that a last, partial block may read and write past the row's end.
+// Medians, maxima and minima use exact shortcuts (separable passes and pruned
+// comparator networks) that give the same byte as sorting the window.
+#include "process/filter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "process/operation.h"
+
+namespace process {
+
+namespace {
+
+constexpr int kLanes = 16;
+constexpr int kMaxSize = 31;
+
+typedef uint8_t Bytes16 __attribute__((vector_size(16)));
+
+inline uint8_t clampByte(int v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
+
+int bytesPerPixelOf(const ImageRecord& picture) {
+  return picture.bytesPerPixel > 0 ? picture.bytesPerPixel : 1;
+}
+
+int oddSize(int size) {
+  if (size < 1) return 1;
+  if (size > kMaxSize) return kMaxSize;
+  return size | 1;
+}
+
+// Truncating n / d for |n| < 2^24 and 0 < d < 2^24. The float quotient of two
+// exactly representable integers is within one of the true quotient, so one
+// correction step from the remainder makes it exact; unlike an integer
+// division by a run-time divisor this runs in vector registers.
+inline int divideTruncating(int n, int d, float fd) {
+  int q = static_cast<int>(static_cast<float>(n) / fd);
+  const int r = n - q * d;
+  q += n >= 0 ? (r >= d) - (r < 0) : (r > 0) - (r <= -d);
+  return q;
+}
+
+// One filter pass: `rows[k]` is padded source row y - s/2 + k, `out` receives
+// n = width * bytesPerPixel bytes (and may be written up to the next block).
+struct RowContext {
+  const uint8_t* const* rows;
+  uint8_t* out;
+  int n;    // bytes of the output row
+  int bpp;  // step between the same byte of neighbouring pixels
+};
+
+// Drives a window filter of size s over the whole picture: allocation, row
+// buffers, rotation, palette copy and the destination convention.
+template <class RowFilter>
+int runWindowFilter(ImageRecord* src, ImageRecord* dst, int s, RowFilter&& rowFilter) {
+  ImageRecord result;
+  if (!newResult(*src, result)) return 1;
+  const int bpp = bytesPerPixelOf(*src);
+  const int h = s / 2;
+  const size_t n = static_cast<size_t>(src->width) * static_cast<size_t>(bpp);
+  const size_t blocks = (n + kLanes - 1) / kLanes * kLanes;
+  const size_t padded = blocks + static_cast<size_t>(2 * h * bpp) + kLanes;
+  std::vector<uint8_t> store;
+  std::vector<uint8_t> out;
+  std::vector<uint8_t*> rows;
+  try {
+    store.assign(padded * static_cast<size_t>(s), 0);
+    out.assign(blocks, 0);
+    rows.resize(static_cast<size_t>(s));
+  } catch (const std::bad_alloc&) {
+    imkFree(&result);
+    return 1;
+  }
+  for (int k = 0; k < s; ++k) rows[k] = store.data() + padded * static_cast<size_t>(k);
+  // Before the first output row the buffers hold rows -h .. h-1.
+  for (int k = 0; k < s - 1; ++k) loadPaddedRow(rows[k], *src, k - h, s);
+  for (int y = 0; y < src->height; ++y) {
+    loadPaddedRow(rows[s - 1], *src, y + h, s);
+    rowFilter(RowContext{rows.data(), out.data(), static_cast<int>(n), bpp});
+    std::memcpy(rowOf(result, y), out.data(), n);
+    std::rotate(rows.begin(), rows.begin() + 1, rows.end());  // the oldest becomes the last
+  }
+  if (src->palette && result.palette) std::memcpy(result.palette, src->palette, 768);
+  return deliver(src, dst, result);
+}
+
+// ---------------------------------------------------------------- 3x3 kernels
+
+struct Kernel3 {
+  int w[9];
+  int divisor;
+  int bias;
+};
+
+constexpr Kernel3 kKernels[9] = {
+    {{0, -1, 0, -1, 10, -1, 0, -1, 0}, 6, 0},       // Enhance Detail
+    {{-1, 0, -1, 0, 7, 0, -1, 0, -1}, 3, 0},        // Enhance Focus
+    {{0, -1, 0, -1, 5, -1, 0, -1, 0}, 1, 0},        // Focus Restoration
+    {{1, -2, 1, -2, 5, -2, 1, -2, 1}, 1, 0},        // kept in the table, no menu entry
+    {{0, 1, 0, 1, -4, 1, 0, 1, 0}, 1, 128},         // Edge detect Light
+    {{-1, -1, -1, -1, 8, -1, -1, -1, -1}, 1, 128},  // Edge detect Medium
+    {{1, -2, 1, -2, 4, -2, 1, -2, 1}, 1, 128},      // Edge detect Heavy
+    {{-1, 0, 0, 0, 0, 0, 0, 0, 1}, 1, 128},         // Emboss
+    {{-1, -2, 0, -2, 0, 2, 0, 2, 1}, 1, 128},       // Emboss More
+};
+
+// The weights are constants here, so zero taps vanish and the division by
+// the divisor becomes a multiplication.
+template <int K>
+void convolveRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
+                 const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp) {
+  constexpr Kernel3 k = kKernels[K];
+  const int b2 = 2 * bpp;
+  for (int i = 0; i < n; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) {
+      const int j = i + t;
+      const int sum = k.w[0] * a[j] + k.w[1] * a[j + bpp] + k.w[2] * a[j + b2] + k.w[3] * b[j] +
+                      k.w[4] * b[j + bpp] + k.w[5] * b[j + b2] + k.w[6] * c[j] +
+                      k.w[7] * c[j + bpp] + k.w[8] * c[j + b2];
+      out[j] = clampByte(sum / k.divisor + k.bias);
+    }
+  }
+}
+
+template <int K>
+int convolveWith(ImageRecord* src, ImageRecord* dst) {
+  return runWindowFilter(src, dst, 3, [](const RowContext& r) {
+    convolveRow<K>(r.rows[0], r.rows[1], r.rows[2], r.out, r.n, r.bpp);
+  });
+}
+
+// ------------------------------------------------- strength-controlled 3x3
+
+// P the centre, E the four side neighbours, K the four corners.
+#define NEIGHBOURHOOD_3X3                                        \
+  const int j = i + t;                                           \
+  const int P = b[j + bpp];                                      \
+  const int E = a[j + bpp] + b[j] + b[j + 2 * bpp] + c[j + bpp]; \
+  const int K = a[j] + a[j + 2 * bpp] + c[j] + c[j + 2 * bpp];   \
+  (void)E;                                                       \
+  (void)K
+
+void softenRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
+               const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp, int w) {
+  const int centre = w + 25, d = w + 825;
+  const float fd = static_cast<float>(d);
+  for (int i = 0; i < n; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) {
+      NEIGHBOURHOOD_3X3;
+      // The weights add up to the divisor: the quotient is already 0..255.
+      out[j] = static_cast<uint8_t>(divideTruncating(P * centre + 100 * (E + K), d, fd));
+    }
+  }
+}
+
+void blurRow(const uint8_t* __restrict a, const uint8_t* __restrict b, const uint8_t* __restrict c,
+             uint8_t* __restrict out, int n, int bpp, int w) {
+  const int centre = w + 25, d = w + 1225;
+  const float fd = static_cast<float>(d);
+  for (int i = 0; i < n; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) {
+      NEIGHBOURHOOD_3X3;
+      out[j] = static_cast<uint8_t>(divideTruncating(P * centre + 200 * E + 100 * K, d, fd));
+    }
+  }
+}
+
+void enhanceEdgesRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
+                     const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp, int w) {
+  const int centre = w + 9, d = w + 1;
+  const float fd = static_cast<float>(d);
+  for (int i = 0; i < n; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) {
+      NEIGHBOURHOOD_3X3;
+      out[j] = clampByte(divideTruncating(P * centre - (E + K), d, fd));
+    }
+  }
+}
+
+void sharpenRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
+                const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp, int p) {
+  const int d = p == 100 ? 1 : 100 - p;
+  const float fd = static_cast<float>(d);
+  for (int i = 0; i < n; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) {
+      NEIGHBOURHOOD_3X3;
+      // p * N is never negative, so the shift is the truncating division by 8.
+      out[j] = clampByte(divideTruncating(100 * P - ((p * (E + K)) >> 3), d, fd));
+    }
+  }
+}
+
+#undef NEIGHBOURHOOD_3X3
+
+int clampStrength(int p) { return p < 1 ? 1 : p > 100 ? 100 : p; }
+
+template <void (*Row)(const uint8_t* __restrict, const uint8_t* __restrict,
+                      const uint8_t* __restrict, uint8_t* __restrict, int, int, int)>
+int strengthFilter(ImageRecord* src, ImageRecord* dst, int parameter) {
+  return runWindowFilter(src, dst, 3, [parameter](const RowContext& r) {
+    Row(r.rows[0], r.rows[1], r.rows[2], r.out, r.n, r.bpp, parameter);
+  });
+}
+
+// ------------------------------------------------------ weighted windows
+
+// One non-zero tap of a general kernel: source row, byte offset in the padded
+// row, weight.
+struct Tap {
+  int row;
+  int offset;
+  int weight;
+};
+
+// out = clamp(sum / divisor + bias) for kernels whose sum stays below 2^24 in
+// magnitude (so the vector division is exact) and a positive divisor.
+void weightedRowFast(const RowContext& r, const std::vector<Tap>& taps, int divisor, int bias) {
+  const float fd = static_cast<float>(divisor);
+  for (int i = 0; i < r.n; i += kLanes) {
+    int acc[kLanes] = {};
+    for (const Tap& tap : taps) {
+      const uint8_t* p = r.rows[tap.row] + tap.offset + i;
+      for (int t = 0; t < kLanes; ++t) acc[t] += tap.weight * p[t];
+    }
+    for (int t = 0; t < kLanes; ++t)
+      r.out[i + t] = clampByte(divideTruncating(acc[t], divisor, fd) + bias);
+  }
+}
+
+// The same in 64-bit integers for any weights, divisor and bias.
+void weightedRowWide(const RowContext& r, const std::vector<Tap>& taps, int divisor, int bias) {
+  for (int j = 0; j < r.n; ++j) {
+    int64_t acc = 0;
+    for (const Tap& tap : taps)
+      acc += static_cast<int64_t>(tap.weight) * r.rows[tap.row][tap.offset + j];
+    const int64_t v = acc / divisor + bias;
+    r.out[j] = static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+  }
+}
+
+int weightedFilter(ImageRecord* src, ImageRecord* dst, int s, const int* weights, int divisor,
+                   int bias) {
+  const int bpp = bytesPerPixelOf(*src);
+  std::vector<Tap> taps;
+  int64_t magnitude = 0;
+  for (int i = 0; i < s; ++i)
+    for (int j = 0; j < s; ++j)
+      if (const int w = weights[i * s + j]) {
+        taps.push_back({i, j * bpp, w});
+        magnitude += 255 * std::abs(static_cast<int64_t>(w));
+      }
+  if (divisor > 0 && magnitude < (int64_t{1} << 24)) {
+    // |quotient| < 2^24, so a bias beyond +-2^25 clamps the same way as
+    // the bias itself would; keeping it small keeps the sum in range.
+    const int b = std::clamp(bias, -(1 << 25), 1 << 25);
+    return runWindowFilter(src, dst, s,
+                           [&](const RowContext& r) { weightedRowFast(r, taps, divisor, b); });
+  }
+  return runWindowFilter(src, dst, s,
+                         [&](const RowContext& r) { weightedRowWide(r, taps, divisor, bias); });
+}
+
+// --------------------------------------------------------------- average
+
+void averageRow(const RowContext& r, int s, std::vector<uint16_t>& columns) {
+  uint16_t* __restrict col = columns.data();
+  const int length = static_cast<int>(columns.size());
+  // Column sums of the s rows at every padded byte.
+  for (int i = 0; i < length; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) col[i + t] = r.rows[0][i + t];
+    for (int k = 1; k < s; ++k) {
+      const uint8_t* __restrict row = r.rows[k];
+      for (int t = 0; t < kLanes; ++t) col[i + t] = static_cast<uint16_t>(col[i + t] + row[i + t]);
+    }
+  }
+  const int area = s * s;
+  const float fa = static_cast<float>(area);
+  uint8_t* __restrict out = r.out;
+  for (int i = 0; i < r.n; i += kLanes) {
+    int acc[kLanes] = {};
+    for (int m = 0; m < s; ++m) {
+      const uint16_t* __restrict c = col + i + m * r.bpp;
+      for (int t = 0; t < kLanes; ++t) acc[t] += c[t];
+    }
+    for (int t = 0; t < kLanes; ++t)
+      out[i + t] = static_cast<uint8_t>(divideTruncating(acc[t], area, fa));
+  }
+}
+
+// --------------------------------------------------------------- Gaussian
+
+// The Gaussian's weights depend only on the squared distance from the centre,
+// so the window is folded: V_a adds the two rows a above and a below the
+// centre, and each weight multiplies the sum of the (up to four) cells at row
+// distance a and column distance b. That is the same sum of products as the
+// full window, with (s/2 + 1)^2 multiplications instead of s^2.
+struct GaussTap {
+  int a, b, weight;
+};
+
+void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
+                 std::vector<uint16_t>& folded, size_t length) {
+  const int h = s / 2;
+  for (int a = 0; a <= h; ++a) {
+    uint16_t* __restrict v = folded.data() + static_cast<size_t>(a) * length;
+    const uint8_t* __restrict up = r.rows[h - a];
+    const uint8_t* __restrict down = r.rows[h + a];
+    if (a == 0) {
+      for (size_t i = 0; i < length; i += kLanes)
+        for (int t = 0; t < kLanes; ++t) v[i + t] = up[i + t];
+    } else {
+      for (size_t i = 0; i < length; i += kLanes)
+        for (int t = 0; t < kLanes; ++t) v[i + t] = static_cast<uint16_t>(up[i + t] + down[i + t]);
+    }
+  }
+  uint8_t* __restrict out = r.out;
+  for (int i = 0; i < r.n; i += kLanes) {
+    int acc[kLanes] = {};
+    for (const GaussTap& tap : taps) {
+      const uint16_t* v = folded.data() + static_cast<size_t>(tap.a) * length + i;
+      const uint16_t* __restrict left = v + (h - tap.b) * r.bpp;
+      const uint16_t* __restrict right = v + (h + tap.b) * r.bpp;
+      if (tap.b == 0) {
+        for (int t = 0; t < kLanes; ++t) acc[t] += tap.weight * left[t];
+      } else {
+        for (int t = 0; t < kLanes; ++t) acc[t] += tap.weight * (left[t] + right[t]);
+      }
+    }
+    // No clamping: the low 8 bits of the shifted sum are what is stored.
+    for (int t = 0; t < kLanes; ++t) out[i + t] = static_cast<uint8_t>(acc[t] >> 11);
+  }
+}
+
+// ---------------------------------------------------------- maximum, minimum
+
+// Separable: the extreme of the window is the extreme over its columns of
+// each column's extreme.
+template <bool kMaximum>
+void extremeRow(const RowContext& r, int s, std::vector<uint8_t>& columns) {
+  uint8_t* __restrict col = columns.data();
+  const int length = static_cast<int>(columns.size());
+  for (int i = 0; i < length; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) col[i + t] = r.rows[0][i + t];
+    for (int k = 1; k < s; ++k) {
+      const uint8_t* __restrict row = r.rows[k];
+      for (int t = 0; t < kLanes; ++t)
+        col[i + t] = kMaximum ? std::max(col[i + t], row[i + t]) : std::min(col[i + t], row[i + t]);
+    }
+  }
+  uint8_t* __restrict out = r.out;
+  for (int i = 0; i < r.n; i += kLanes) {
+    for (int t = 0; t < kLanes; ++t) out[i + t] = col[i + t];
+    for (int m = 1; m < s; ++m) {
+      const uint8_t* __restrict c = col + i + m * r.bpp;
+      for (int t = 0; t < kLanes; ++t)
+        out[i + t] = kMaximum ? std::max(out[i + t], c[t]) : std::min(out[i + t], c[t]);
+    }
+  }
+}
+
+// ------------------------------------------------------------------ medians
+
+// A comparator puts the smaller byte on wire `lo` and the larger on `hi`;
+// after pruning, only the outputs that are still needed are computed.
+struct Comparator {
+  uint16_t lo, hi;
+  bool keepMin, keepMax;
+};
+
+// Batcher's odd-even merge sort on the given wires (any count): afterwards
+// wires[i] holds the i-th smallest value.
+void appendSortingNetwork(const std::vector<int>& wires, std::vector<Comparator>& net) {
+  const int n = static_cast<int>(wires.size());
+  for (int p = 1; p < n; p += p)
+    for (int k = p; k >= 1; k /= 2)
+      for (int j = k % p; j + k < n; j += 2 * k)
+        for (int i = 0; i < k && i + j + k < n; ++i)
+          if ((i + j) / (2 * p) == (i + j + k) / (2 * p))
+            net.push_back({static_cast<uint16_t>(wires[i + j]),
+                           static_cast<uint16_t>(wires[i + j + k]), true, true});
+}
+
+// Keeps only the comparators that influence `target`, walking backwards;
+// `needed` receives the input wires that must be loaded.
+std::vector<Comparator> pruneNetwork(const std::vector<Comparator>& net, int target,
+                                     std::vector<char>& needed) {
+  std::vector<Comparator> kept;
+  needed[target] = 1;
+  for (auto it = net.rbegin(); it != net.rend(); ++it) {
+    const bool lo = needed[it->lo], hi = needed[it->hi];
+    if (!lo && !hi) continue;
+    kept.push_back({it->lo, it->hi, lo, hi});
+    needed[it->lo] = needed[it->hi] = 1;
+  }
+  std::reverse(kept.begin(), kept.end());
+  return kept;
+}
+
+inline void runNetwork(Bytes16* w, const std::vector<Comparator>& net) {
+  for (const Comparator& c : net) {
+    const Bytes16 a = w[c.lo], b = w[c.hi];
+    if (c.keepMin) w[c.lo] = a < b ? a : b;
+    if (c.keepMax) w[c.hi] = a < b ? b : a;
+  }
+}
+
+// Box median. Sorting each column of the window (shared by the s windows that
+// contain it) and then each rank across the columns leaves a matrix sorted
+// both ways. Order its entries by value, ties broken by r + c: the entry at
+// rank r, column c then comes after the (r+1)(c+1) - 1 entries it dominates
+// and before the (s-r)(s-c) - 1 entries that dominate it. With k = s*s/2,
+// entries with (r+1)(c+1) >= k+2 come after the median and entries with
+// (s-r)(s-c) >= s*s-k+1 before it, so the median is the candidate of rank
+// k - (number before) among the rest. Only the comparators that lead to it
+// are kept.
+struct BoxMedianPlan {
+  std::vector<Comparator> columnSort;  // on wires 0..s-1 (rows of the window)
+  std::vector<Comparator> net;         // on wires r*s + c
+  std::vector<int> loads;              // wires to load before `net`
+  int target = 0;
+};
+
+BoxMedianPlan planBoxMedian(int s) {
+  BoxMedianPlan plan;
+  std::vector<int> wires(static_cast<size_t>(s));
+  for (int i = 0; i < s; ++i) wires[i] = i;
+  appendSortingNetwork(wires, plan.columnSort);
+
+  const int count = s * s, k = count / 2;
+  std::vector<Comparator> net;
+  for (int r = 0; r < s; ++r) {
+    for (int c = 0; c < s; ++c) wires[c] = r * s + c;
+    appendSortingNetwork(wires, net);
+  }
+  std::vector<int> candidates;
+  int below = 0;
+  for (int r = 0; r < s; ++r)
+    for (int c = 0; c < s; ++c) {
+      if ((s - r) * (s - c) >= count - k + 1)
+        ++below;
+      else if ((r + 1) * (c + 1) < k + 2)
+        candidates.push_back(r * s + c);
+    }
+  appendSortingNetwork(candidates, net);
+  plan.target = candidates[static_cast<size_t>(k - below)];
+  std::vector<char> needed(static_cast<size_t>(count), 0);
+  plan.net = pruneNetwork(net, plan.target, needed);
+  for (int wire = 0; wire < count; ++wire)
+    if (needed[wire]) plan.loads.push_back(wire);
+  return plan;
+}
+
+void boxMedianRow(const RowContext& r, int s, const BoxMedianPlan& plan,
+                  std::vector<uint8_t>& ranks, size_t length, std::vector<Bytes16>& wires) {
+  // Rank planes: ranks[q * length + p] is the q-th smallest of column p.
+  Bytes16* w = wires.data();
+  for (size_t p = 0; p < length; p += kLanes) {
+    for (int q = 0; q < s; ++q) std::memcpy(&w[q], r.rows[q] + p, kLanes);
+    runNetwork(w, plan.columnSort);
+    for (int q = 0; q < s; ++q) std::memcpy(ranks.data() + q * length + p, &w[q], kLanes);
+  }
+  for (int i = 0; i < r.n; i += kLanes) {
+    for (int wire : plan.loads) {
+      const int q = wire / s, c = wire % s;
+      std::memcpy(&w[wire], ranks.data() + q * length + static_cast<size_t>(i + c * r.bpp), kLanes);
+    }
+    runNetwork(w, plan.net);
+    std::memcpy(r.out + i, &w[plan.target], kLanes);
+  }
+}
+
+// Cross median: the centre column's s bytes on wires 0..s-1 and the centre
+// row's other s-1 bytes on wires s..2s-2, sorted and pruned to the middle.
+struct CrossMedianPlan {
+  std::vector<Comparator> net;
+  std::vector<int> loads;
+  int target = 0;
+};
+
+CrossMedianPlan planCrossMedian(int s) {
+  CrossMedianPlan plan;
+  const int count = 2 * s - 1;
+  std::vector<int> wires(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) wires[i] = i;
+  std::vector<Comparator> net;
+  appendSortingNetwork(wires, net);
+  plan.target = count / 2;
+  std::vector<char> needed(static_cast<size_t>(count), 0);
+  plan.net = pruneNetwork(net, plan.target, needed);
+  for (int wire = 0; wire < count; ++wire)
+    if (needed[wire]) plan.loads.push_back(wire);
+  return plan;
+}
+
+void crossMedianRow(const RowContext& r, int s, const CrossMedianPlan& plan,
+                    std::vector<Bytes16>& wires) {
+  const int h = s / 2;
+  Bytes16* w = wires.data();
+  for (int i = 0; i < r.n; i += kLanes) {
+    for (int wire : plan.loads) {
+      const uint8_t* from;
+      if (wire < s) {
+        from = r.rows[wire] + i + h * r.bpp;  // centre column, row `wire`
+      } else {
+        const int c = wire - s < h ? wire - s : wire - s + 1;  // centre row, skipping the centre
+        from = r.rows[h] + i + c * r.bpp;
+      }
+      std::memcpy(&w[wire], from, kLanes);
+    }
+    runNetwork(w, plan.net);
+    std::memcpy(r.out + i, &w[plan.target], kLanes);
+  }
+}
+
+// Length of a padded row rounded up to whole blocks (every buffer of
+// runWindowFilter is readable that far).
+size_t paddedBlocks(const ImageRecord& src, int s) {
+  const size_t n = static_cast<size_t>(src.width) * static_cast<size_t>(bytesPerPixelOf(src));
+  const size_t blocks = (n + kLanes - 1) / kLanes * kLanes;
+  return blocks + static_cast<size_t>(2 * (s / 2) * bytesPerPixelOf(src));
+}
+
+size_t roundedToBlocks(size_t n) { return (n + kLanes - 1) / kLanes * kLanes; }
+
+}  // namespace
+
+void loadPaddedRow(uint8_t* buffer, const ImageRecord& picture, int y, int s) {
+  const int h = s / 2;
+  const int bpp = bytesPerPixelOf(picture);
+  const int yc = y < 0 ? 0 : y >= picture.height ? picture.height - 1 : y;
+  const uint8_t* row = rowOf(picture, yc);
+  const size_t n = static_cast<size_t>(picture.width) * static_cast<size_t>(bpp);
+  std::memcpy(buffer + h * bpp, row, n);
+  uint8_t* right = buffer + h * bpp + n;
+  const uint8_t* last = row + n - bpp;
+  for (int k = 0; k < h; ++k) {
+    std::memcpy(buffer + k * bpp, row, static_cast<size_t>(bpp));
+    std::memcpy(right + k * bpp, last, static_cast<size_t>(bpp));
+  }
+}
+
+int convolve3x3(ImageRecord* src, ImageRecord* dst, int kernelNumber) {
+  switch (kernelNumber) {
+    case 0:
+      return convolveWith<0>(src, dst);
+    case 1:
+      return convolveWith<1>(src, dst);
+    case 2:
+      return convolveWith<2>(src, dst);
+    case 3:
+      return convolveWith<3>(src, dst);
+    case 4:
+      return convolveWith<4>(src, dst);
+    case 5:
+      return convolveWith<5>(src, dst);
+    case 6:
+      return convolveWith<6>(src, dst);
+    case 7:
+      return convolveWith<7>(src, dst);
+    case 8:
+      return convolveWith<8>(src, dst);
+    default:
+      return 0;
+  }
+}
+
+int softenFilter(ImageRecord* src, ImageRecord* dst, int strength) {
+  return strengthFilter<softenRow>(src, dst, ((100 - clampStrength(strength)) * 3175) / 100);
+}
+
+int blurFilter(ImageRecord* src, ImageRecord* dst, int strength) {
+  return strengthFilter<blurRow>(src, dst, ((100 - clampStrength(strength)) * 3175) / 100);
+}
+
+int enhanceEdgesFilter(ImageRecord* src, ImageRecord* dst, int strength) {
+  return strengthFilter<enhanceEdgesRow>(src, dst, ((100 - clampStrength(strength)) * 55) / 100);
+}
+
+int sharpenFilter(ImageRecord* src, ImageRecord* dst, int strength) {
+  return strengthFilter<sharpenRow>(src, dst, clampStrength(strength));
+}
+
+int averageFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  const int s = oddSize(size);
+  std::vector<uint16_t> columns;
+  try {
+    columns.assign(roundedToBlocks(paddedBlocks(*src, s)), 0);
+  } catch (const std::bad_alloc&) {
+    return 1;
+  }
+  return runWindowFilter(src, dst, s, [&](const RowContext& r) { averageRow(r, s, columns); });
+}
+
+int gaussianWeights(int size, int* weights) {
+  const int s = oddSize(size);
+  const int h = s / 2;
+  const double L = std::log(1.0 / 255.0);
+  const double sigma = std::sqrt(-static_cast<double>(s) * s / (2.0 * L));
+  std::vector<double> w(static_cast<size_t>(s) * s);
+  double sum = 0.0;
+  for (int i = 0; i < s; ++i)
+    for (int j = 0; j < s; ++j) {
+      const int r2 = (i - h) * (i - h) + (j - h) * (j - h);
+      w[i * s + j] = std::exp(-r2 / (2.0 * sigma * sigma));
+      sum += w[i * s + j];
+    }
+  for (int i = 0; i < s * s; ++i)
+    weights[i] = static_cast<int>(std::trunc(w[i] / sum * 2048.0 + 0.5));
+  return s;
+}
+
+int gaussianFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  const int s = oddSize(size);
+  const int h = s / 2;
+  std::vector<int> weights(static_cast<size_t>(s) * s);
+  gaussianWeights(s, weights.data());
+  std::vector<GaussTap> taps;
+  for (int a = 0; a <= h; ++a)
+    for (int b = 0; b <= h; ++b)
+      if (const int w = weights[(h + a) * s + (h + b)]) taps.push_back({a, b, w});
+  const size_t length = roundedToBlocks(paddedBlocks(*src, s));
+  std::vector<uint16_t> folded;
+  try {
+    folded.assign(length * static_cast<size_t>(h + 1), 0);
+  } catch (const std::bad_alloc&) {
+    return 1;
+  }
+  return runWindowFilter(src, dst, s,
+                         [&](const RowContext& r) { gaussianRow(r, s, taps, folded, length); });
+}
+
+int maximumFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  const int s = oddSize(size);
+  std::vector<uint8_t> columns;
+  try {
+    columns.assign(roundedToBlocks(paddedBlocks(*src, s)), 0);
+  } catch (const std::bad_alloc&) {
+    return 1;
+  }
+  return runWindowFilter(src, dst, s,
+                         [&](const RowContext& r) { extremeRow<true>(r, s, columns); });
+}
+
+int minimumFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  const int s = oddSize(size);
+  std::vector<uint8_t> columns;
+  try {
+    columns.assign(roundedToBlocks(paddedBlocks(*src, s)), 0);
+  } catch (const std::bad_alloc&) {
+    return 1;
+  }
+  return runWindowFilter(src, dst, s,
+                         [&](const RowContext& r) { extremeRow<false>(r, s, columns); });
+}
+
+int medianBoxFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  const int s = oddSize(size);
+  const BoxMedianPlan plan = planBoxMedian(s);
+  const size_t length = roundedToBlocks(paddedBlocks(*src, s));
+  std::vector<uint8_t> ranks;
+  std::vector<Bytes16> wires;
+  try {
+    ranks.assign(length * static_cast<size_t>(s), 0);
+    wires.resize(static_cast<size_t>(s) * s);
+  } catch (const std::bad_alloc&) {
+    return 1;
+  }
+  return runWindowFilter(
+      src, dst, s, [&](const RowContext& r) { boxMedianRow(r, s, plan, ranks, length, wires); });
+}
+
+int medianCrossFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  const int s = oddSize(size);
+  const CrossMedianPlan plan = planCrossMedian(s);
+  std::vector<Bytes16> wires;
+  try {
+    wires.resize(static_cast<size_t>(2 * s - 1));
+  } catch (const std::bad_alloc&) {
+    return 1;
+  }
+  return runWindowFilter(src, dst, s,
+                         [&](const RowContext& r) { crossMedianRow(r, s, plan, wires); });
+}
+
+int reduceNoiseFilter(ImageRecord* src, ImageRecord* dst) {
+  // Centre 7, the four nearest 3, the four at distance two -1; divisor 15.
+  static constexpr int kCross[25] = {0, 0,  -1, 0, 0, 0, 0, 3, 0, 0,  -1, 3, 7,
+                                     3, -1, 0,  0, 3, 0, 0, 0, 0, -1, 0,  0};
+  return weightedFilter(src, dst, 5, kCross, 15, 0);
+}
+
+int userFilter(ImageRecord* src, ImageRecord* dst, const int weights[25], int divisor, int bias) {
+  return weightedFilter(src, dst, 5, weights, divisor == 0 ? 1 : divisor, bias);
+}
+
+}  // namespace process
