@@ -37,6 +37,15 @@ void mirrorRowAny(const uint8_t* s, uint8_t* rowEnd, int width, int bpp) {
 // walks one of them across its columns.
 constexpr int kTile = 32;
 
+// Moves a 3-byte pixel with one 4-byte load and store. The extra byte
+// written lands on the next pixel of the result row, which is written after
+// it; the extra byte read must lie inside the source buffer.
+inline void copyPixelWide(uint8_t* d, const uint8_t* s) {
+  uint32_t v;
+  std::memcpy(&v, s, 4);
+  std::memcpy(d, &v, 4);
+}
+
 // Result row i, column j takes source pixel (row sy(i, j), column sx(i, j)):
 // clockwise sy = height - 1 - j, sx = i; counter-clockwise sy = j,
 // sx = width - 1 - i. Inside a tile the source row is walked along j.
@@ -50,16 +59,20 @@ void turnTiles(const ImageRecord& src, ImageRecord& result) {
       const int j1 = std::min(j0 + kTile, outW);
       for (int i = i0; i < i1; ++i) {
         uint8_t* d = rowOf(result, i) + static_cast<ptrdiff_t>(j0) * kBpp;
-        const uint8_t* s;
-        ptrdiff_t sStep;
-        if constexpr (kClockwise) {
-          s = rowOf(src, src.height - 1 - j0) + static_cast<ptrdiff_t>(i) * kBpp;
-          sStep = -sStride;
-        } else {
-          s = rowOf(src, j0) + static_cast<ptrdiff_t>(src.width - 1 - i) * kBpp;
-          sStep = sStride;
+        const int sx = kClockwise ? i : src.width - 1 - i;
+        const uint8_t* s =
+            rowOf(src, kClockwise ? src.height - 1 - j0 : j0) + static_cast<ptrdiff_t>(sx) * kBpp;
+        const ptrdiff_t sStep = kClockwise ? -sStride : sStride;
+        int j = j0;
+        if constexpr (kBpp == 3) {
+          // The last pixel of a result row is moved exactly, so that nothing
+          // spills into the row's padding or the next row.
+          if (sx * 3 + 4 <= src.bytesPerLine) {
+            const int wideEnd = j1 == outW ? j1 - 1 : j1;
+            for (; j < wideEnd; ++j, d += 3, s += sStep) copyPixelWide(d, s);
+          }
         }
-        for (int j = j0; j < j1; ++j, d += kBpp, s += sStep) copyPixel<kBpp>(d, s);
+        for (; j < j1; ++j, d += kBpp, s += sStep) copyPixel<kBpp>(d, s);
       }
     }
   }

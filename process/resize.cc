@@ -78,11 +78,13 @@ void resizeQuick(const ImageRecord& src, ImageRecord& result) {
 constexpr int kWeightBits = 14;
 constexpr int32_t kUnit = 1 << kWeightBits;
 
+// Every result index uses the same number of taps (`taps`), starting at
+// first[o]; shorter runs are padded with zero weights, moved left where
+// needed so that every tap index is inside the source.
 struct Taps {
-  int maxTaps = 0;
-  std::vector<int> first;       // first source index of each result index
-  std::vector<int> count;       // number of source indices used
-  std::vector<int32_t> weight;  // maxTaps weights per result index
+  int taps = 0;
+  std::vector<int> first;
+  std::vector<int32_t> weight;  // taps weights per result index
 };
 
 // Makes the weights of one result index add up to kUnit by giving the
@@ -98,53 +100,56 @@ void settle(int32_t* w, int n) {
 }
 
 Taps makeTaps(int in, int out) {
-  Taps t;
   const size_t n = static_cast<size_t>(out);
-  t.first.resize(n);
-  t.count.resize(n);
+  // Raw runs: up to `room` weights per result index.
+  const int room = out >= in ? 2 : (in + out - 1) / out + 1;
+  std::vector<int> first(n), count(n);
+  std::vector<int32_t> raw(n * static_cast<size_t>(room), 0);
   if (out >= in) {
     // Bilinear between source pixel centres: result centre o + 1/2 sits at
     // source position (o + 1/2) in / out - 1/2, here in units of 1 / (2 out).
-    t.maxTaps = 2;
-    t.weight.assign(n * 2, 0);
     const int64_t unit = 2 * static_cast<int64_t>(out);
     for (int o = 0; o < out; ++o) {
       const int64_t pos = (2 * static_cast<int64_t>(o) + 1) * in - out;
       int64_t i0 = pos < 0 ? 0 : pos / unit;
       int64_t frac = pos < 0 ? 0 : pos - i0 * unit;
       if (i0 >= in - 1) i0 = in - 1, frac = 0;  // past the last centre: the edge pixel
-      int32_t* w = &t.weight[static_cast<size_t>(o) * 2];
+      int32_t* w = &raw[static_cast<size_t>(o) * 2];
       const int32_t right = static_cast<int32_t>((frac * kUnit + unit / 2) / unit);
-      t.first[static_cast<size_t>(o)] = static_cast<int>(i0);
-      if (right == 0) {
-        t.count[static_cast<size_t>(o)] = 1;
-        w[0] = kUnit;
-      } else {
-        t.count[static_cast<size_t>(o)] = 2;
-        w[0] = kUnit - right;
-        w[1] = right;
+      first[static_cast<size_t>(o)] = static_cast<int>(i0);
+      count[static_cast<size_t>(o)] = right == 0 ? 1 : 2;
+      w[0] = kUnit - right;
+      w[1] = right;
+    }
+  } else {
+    // Area: result index o covers source [o in / out, (o + 1) in / out); in
+    // units of 1 / out that is [o in, (o + 1) in), and source index i covers
+    // [i out, (i + 1) out). Each weight is the overlap over the whole span in.
+    for (int o = 0; o < out; ++o) {
+      const int64_t lo = static_cast<int64_t>(o) * in, hi = lo + in;
+      const int i0 = static_cast<int>(lo / out);
+      const int i1 = static_cast<int>(std::min<int64_t>((hi + out - 1) / out, in));
+      int32_t* w = &raw[static_cast<size_t>(o) * static_cast<size_t>(room)];
+      for (int i = i0; i < i1; ++i) {
+        const int64_t overlap = std::min<int64_t>(hi, static_cast<int64_t>(i + 1) * out) -
+                                std::max<int64_t>(lo, static_cast<int64_t>(i) * out);
+        w[i - i0] = static_cast<int32_t>((overlap * kUnit + in / 2) / in);
       }
+      first[static_cast<size_t>(o)] = i0;
+      count[static_cast<size_t>(o)] = i1 - i0;
+      settle(w, i1 - i0);
     }
-    return t;
   }
-  // Area: result index o covers source [o in / out, (o + 1) in / out); in
-  // units of 1 / out that is [o in, (o + 1) in), and source index i covers
-  // [i out, (i + 1) out). Each weight is the overlap over the whole span in.
-  t.maxTaps = (in + out - 1) / out + 1;
-  t.weight.assign(n * static_cast<size_t>(t.maxTaps), 0);
-  for (int o = 0; o < out; ++o) {
-    const int64_t lo = static_cast<int64_t>(o) * in, hi = lo + in;
-    const int i0 = static_cast<int>(lo / out);
-    const int i1 = static_cast<int>(std::min<int64_t>((hi + out - 1) / out, in));  // past the last
-    int32_t* w = &t.weight[static_cast<size_t>(o) * static_cast<size_t>(t.maxTaps)];
-    for (int i = i0; i < i1; ++i) {
-      const int64_t overlap = std::min<int64_t>(hi, static_cast<int64_t>(i + 1) * out) -
-                              std::max<int64_t>(lo, static_cast<int64_t>(i) * out);
-      w[i - i0] = static_cast<int32_t>((overlap * kUnit + in / 2) / in);
-    }
-    t.first[static_cast<size_t>(o)] = i0;
-    t.count[static_cast<size_t>(o)] = i1 - i0;
-    settle(w, i1 - i0);
+  Taps t;
+  t.taps = *std::max_element(count.begin(), count.end());
+  t.first.resize(n);
+  t.weight.assign(n * static_cast<size_t>(t.taps), 0);
+  for (size_t o = 0; o < n; ++o) {
+    const int start = std::min(first[o], in - t.taps);
+    t.first[o] = start;
+    for (int k = 0; k < count[o]; ++k)
+      t.weight[o * static_cast<size_t>(t.taps) + static_cast<size_t>(first[o] - start + k)] =
+          raw[o * static_cast<size_t>(room) + static_cast<size_t>(k)];
   }
   return t;
 }
@@ -157,43 +162,76 @@ struct Plane {
   const uint8_t* row(int y) const { return pixels + static_cast<size_t>(y) * stride; }
 };
 
-// Vertical pass into a row of value x 128 (16 bits), then the horizontal pass
-// into the result row. Both passes are integer multiply-adds.
+// The vertical pass gives value x 128 in 16 bits; the horizontal pass takes
+// that back to bytes.
+constexpr int kDownShift = kWeightBits - 7;
+constexpr int kAcrossShift = kWeightBits + 7;
+
+// One row of value x 128 from `kTaps` source rows (kTaps 0: any number).
+template <int kTaps>
+void downRow(const Plane& src, int first, const int32_t* w, int taps, uint32_t* acc, uint16_t* mid,
+             size_t len) {
+  constexpr uint32_t kHalf = 1u << (kDownShift - 1);
+  if constexpr (kTaps == 1) {
+    const uint8_t* s0 = src.row(first);
+    for (size_t k = 0; k < len; ++k) mid[k] = static_cast<uint16_t>(s0[k] << 7);
+  } else if constexpr (kTaps == 2) {
+    const uint8_t *s0 = src.row(first), *s1 = src.row(first + 1);
+    const uint32_t w0 = static_cast<uint32_t>(w[0]), w1 = static_cast<uint32_t>(w[1]);
+    for (size_t k = 0; k < len; ++k)
+      mid[k] = static_cast<uint16_t>((s0[k] * w0 + s1[k] * w1 + kHalf) >> kDownShift);
+  } else if constexpr (kTaps == 3) {
+    const uint8_t *s0 = src.row(first), *s1 = src.row(first + 1), *s2 = src.row(first + 2);
+    const uint32_t w0 = static_cast<uint32_t>(w[0]), w1 = static_cast<uint32_t>(w[1]),
+                   w2 = static_cast<uint32_t>(w[2]);
+    for (size_t k = 0; k < len; ++k)
+      mid[k] = static_cast<uint16_t>((s0[k] * w0 + s1[k] * w1 + s2[k] * w2 + kHalf) >> kDownShift);
+  } else {
+    for (size_t k = 0; k < len; ++k) acc[k] = kHalf;
+    for (int t = 0; t < taps; ++t) {
+      if (w[t] == 0) continue;
+      const uint8_t* s = src.row(first + t);
+      const uint32_t wt = static_cast<uint32_t>(w[t]);
+      for (size_t k = 0; k < len; ++k) acc[k] += s[k] * wt;
+    }
+    for (size_t k = 0; k < len; ++k) mid[k] = static_cast<uint16_t>(acc[k] >> kDownShift);
+  }
+}
+
+// One result row from a row of value x 128 (kTaps 0: any number).
+template <int kCh, int kTaps>
+void acrossRow(const uint16_t* mid, const Taps& across, uint8_t* d, int width) {
+  const int taps = kTaps ? kTaps : across.taps;
+  constexpr uint32_t kHalf = 1u << (kAcrossShift - 1);
+  const int32_t* w = across.weight.data();
+  for (int x = 0; x < width; ++x, d += kCh, w += taps) {
+    const uint16_t* m = mid + static_cast<size_t>(across.first[static_cast<size_t>(x)]) * kCh;
+    for (int c = 0; c < kCh; ++c) {
+      uint32_t sum = kHalf;
+      for (int t = 0; t < taps; ++t) sum += static_cast<uint32_t>(w[t]) * m[t * kCh + c];
+      d[c] = static_cast<uint8_t>(sum >> kAcrossShift);
+    }
+  }
+}
+
 template <int kCh>
 void resampleRows(const Plane& src, ImageRecord& result, const Taps& across, const Taps& down) {
-  const size_t rowLen = static_cast<size_t>(src.width) * kCh;
-  std::vector<uint32_t> acc(rowLen);
-  std::vector<uint16_t> mid(rowLen);
+  const size_t len = static_cast<size_t>(src.width) * kCh;
+  std::vector<uint32_t> acc(down.taps > 3 ? len : 0);
+  std::vector<uint16_t> mid(len);
+  auto downFn = down.taps == 1   ? downRow<1>
+                : down.taps == 2 ? downRow<2>
+                : down.taps == 3 ? downRow<3>
+                                 : downRow<0>;
+  auto acrossFn = across.taps == 1   ? acrossRow<kCh, 1>
+                  : across.taps == 2 ? acrossRow<kCh, 2>
+                  : across.taps == 3 ? acrossRow<kCh, 3>
+                                     : acrossRow<kCh, 0>;
   for (int y = 0; y < result.height; ++y) {
     const size_t yi = static_cast<size_t>(y);
-    const int32_t* wv = &down.weight[yi * static_cast<size_t>(down.maxTaps)];
-    const int first = down.first[yi];
-    {
-      const uint8_t* s = src.row(first);
-      const uint32_t w0 = static_cast<uint32_t>(wv[0]);
-      for (size_t k = 0; k < rowLen; ++k) acc[k] = s[k] * w0;
-    }
-    for (int t = 1; t < down.count[yi]; ++t) {
-      const uint8_t* s = src.row(first + t);
-      const uint32_t wt = static_cast<uint32_t>(wv[t]);
-      for (size_t k = 0; k < rowLen; ++k) acc[k] += s[k] * wt;
-    }
-    constexpr int kDownShift = kWeightBits - 7;
-    for (size_t k = 0; k < rowLen; ++k)
-      mid[k] = static_cast<uint16_t>((acc[k] + (1u << (kDownShift - 1))) >> kDownShift);
-
-    uint8_t* d = rowOf(result, y);
-    constexpr int kShift = kWeightBits + 7;
-    for (int x = 0; x < result.width; ++x, d += kCh) {
-      const size_t xi = static_cast<size_t>(x);
-      const int32_t* wh = &across.weight[xi * static_cast<size_t>(across.maxTaps)];
-      const uint16_t* m = &mid[static_cast<size_t>(across.first[xi]) * kCh];
-      uint32_t sum[kCh] = {};
-      for (int t = 0; t < across.count[xi]; ++t, m += kCh)
-        for (int c = 0; c < kCh; ++c) sum[c] += static_cast<uint32_t>(wh[t]) * m[c];
-      for (int c = 0; c < kCh; ++c)
-        d[c] = static_cast<uint8_t>((sum[c] + (1u << (kShift - 1))) >> kShift);
-    }
+    downFn(src, down.first[yi], &down.weight[yi * static_cast<size_t>(down.taps)], down.taps,
+           acc.data(), mid.data(), len);
+    acrossFn(mid.data(), across, rowOf(result, y), result.width);
   }
 }
 

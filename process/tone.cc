@@ -213,17 +213,40 @@ void applyChannelTables(const ImageRecord& src, ImageRecord& result,
 
 void channelHistogram(const ImageRecord& pic, uint32_t counts[4 * 256]) {
   std::memset(counts, 0, 4 * 256 * sizeof(uint32_t));
-  const int bpp = std::min<int>(pic.bytesPerPixel, 4);
   const int step = pic.bytesPerPixel;
+  const int bpp = std::min(step, 4);
+  // Neighbouring pixels often share a value; counting alternate pixels into
+  // a second set of counters keeps increments of one counter apart.
+  uint32_t second[4 * 256] = {};
   for (int y = 0; y < pic.height; ++y) {
     const uint8_t* s = rowOf(pic, y);
+    int x = 0;
     if (step == 1) {
-      for (int x = 0; x < pic.width; ++x) ++counts[s[x]];
+      for (; x + 2 <= pic.width; x += 2) {
+        ++counts[s[x]];
+        ++second[s[x + 1]];
+      }
+      if (x < pic.width) ++counts[s[x]];
       continue;
     }
-    for (int x = 0; x < pic.width; ++x, s += step)
+    if (step == 3 || step == 4) {
+      for (; x + 2 <= pic.width; x += 2, s += 2 * step) {
+        ++counts[s[0]];
+        ++counts[256 + s[1]];
+        ++counts[512 + s[2]];
+        ++second[s[step]];
+        ++second[256 + s[step + 1]];
+        ++second[512 + s[step + 2]];
+        if (step == 4) {
+          ++counts[768 + s[3]];
+          ++second[768 + s[7]];
+        }
+      }
+    }
+    for (; x < pic.width; ++x, s += step)
       for (int ch = 0; ch < bpp; ++ch) ++counts[ch * 256 + s[ch]];
   }
+  for (int i = 0; i < 4 * 256; ++i) counts[i] += second[i];
 }
 
 int toneChannels(const ImageRecord& pic) {

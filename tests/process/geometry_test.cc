@@ -157,21 +157,34 @@ TEST(RotateQuarter, WorkedThreeByTwo) {
 }
 
 TEST(RotateQuarter, MovesWholePixelsOfEveryLayout) {
+  // Odd sizes over more than one tile each way; rows with and without padding.
+  const int sizes[][2] = {{37, 70}, {40, 13}, {64, 33}, {1, 5}};
   for (uint16_t type : kAllKinds) {
-    OwnedPicture src, dst;
-    numbered(src, type, 37, 70);  // more than one tile each way, odd sizes
-    src->attribute = 3;
-    ASSERT_EQ(process::rotateQuarter(&src.rec, &dst.rec, 1), 0);
-    ASSERT_EQ(dst->width, 70);
-    ASSERT_EQ(dst->height, 37);
-    EXPECT_EQ(dst->type, type);
-    EXPECT_EQ(dst->colorCount, src->colorCount);
-    EXPECT_EQ(dst->attribute, 3);
-    EXPECT_EQ(std::memcmp(dst->palette, src->palette, 768), 0);
-    for (int y = 0; y < 70; ++y)
-      for (int x = 0; x < 37; ++x)
-        ASSERT_EQ(pixelAt(dst.rec, 69 - y, x), pixelAt(src.rec, x, y))
-            << type << " " << x << "," << y;
+    for (const auto& size : sizes) {
+      const int w = size[0], h = size[1];
+      OwnedPicture src, right, left;
+      numbered(src, type, w, h);
+      src->attribute = 3;
+      ASSERT_EQ(process::rotateQuarter(&src.rec, &right.rec, 1), 0);
+      ASSERT_EQ(process::rotateQuarter(&src.rec, &left.rec, -1), 0);
+      ASSERT_EQ(right->width, h);
+      ASSERT_EQ(right->height, w);
+      EXPECT_EQ(right->type, type);
+      EXPECT_EQ(right->colorCount, src->colorCount);
+      EXPECT_EQ(right->attribute, 3);
+      EXPECT_EQ(std::memcmp(right->palette, src->palette, 768), 0);
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+          ASSERT_EQ(pixelAt(right.rec, h - 1 - y, x), pixelAt(src.rec, x, y))
+              << type << " " << w << "x" << h << " at " << x << "," << y;
+          ASSERT_EQ(pixelAt(left.rec, y, w - 1 - x), pixelAt(src.rec, x, y))
+              << type << " " << w << "x" << h << " at " << x << "," << y;
+        }
+      // Row padding stays clear.
+      for (int r = 0; r < right->height; ++r)
+        for (int b = right->width * right->bytesPerPixel; b < right->bytesPerLine; ++b)
+          ASSERT_EQ(right.row(r)[b], 0);
+    }
   }
 }
 

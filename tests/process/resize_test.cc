@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -237,6 +238,61 @@ TEST(ResizeLinear, ColourMappedBecomesTrueColourAndBinaryGrey) {
   test::makePattern(src, IMK_MAPPED, 5, 4, 16);
   ASSERT_EQ(resize(src, dst, 5, 4, process::kResampleLinear), 0);
   EXPECT_EQ(snapshot(dst.rec), snapshot(src.rec));
+}
+
+// Weights of one direction in double precision, written from the geometry:
+// growing, the result centre (o + 1/2) in / out - 1/2 between the two nearest
+// source centres (clamped at the edges); shrinking, the length of each source
+// pixel's part of [o in / out, (o + 1) in / out), over in / out.
+std::vector<std::vector<double>> referenceWeights(int in, int out) {
+  std::vector<std::vector<double>> w(out, std::vector<double>(in, 0.0));
+  for (int o = 0; o < out; ++o) {
+    if (out >= in) {
+      double pos = (o + 0.5) * in / out - 0.5;
+      pos = std::min(std::max(pos, 0.0), in - 1.0);
+      const int i0 = static_cast<int>(pos);
+      const double f = pos - i0;
+      w[o][i0] += 1 - f;
+      if (f > 0) w[o][i0 + 1] += f;
+    } else {
+      const double lo = static_cast<double>(o) * in / out,
+                   hi = static_cast<double>(o + 1) * in / out;
+      for (int i = 0; i < in; ++i) {
+        const double part = std::min(hi, i + 1.0) - std::max(lo, static_cast<double>(i));
+        if (part > 0) w[o][i] = part / (hi - lo);
+      }
+    }
+  }
+  return w;
+}
+
+TEST(ResizeLinear, MatchesADoublePrecisionReference) {
+  const int sizes[][2] = {{23, 17}, {7, 40}, {60, 9}, {1, 1}, {45, 31}, {12, 12}, {100, 3}};
+  for (uint16_t type : {IMK_GREY, IMK_RGB, IMK_XBGR}) {
+    OwnedPicture src;
+    test::makePattern(src, type, 45, 31);
+    const int bpp = src->bytesPerPixel;
+    for (const auto& size : sizes) {
+      OwnedPicture dst;
+      ASSERT_EQ(resize(src, dst, size[0], size[1], process::kResampleLinear), 0);
+      const auto wx = referenceWeights(45, size[0]);
+      const auto wy = referenceWeights(31, size[1]);
+      int worst = 0;
+      for (int y = 0; y < size[1]; ++y)
+        for (int x = 0; x < size[0]; ++x)
+          for (int c = 0; c < bpp; ++c) {
+            double v = 0;
+            for (int sy = 0; sy < 31; ++sy) {
+              if (wy[y][sy] == 0) continue;
+              for (int sx = 0; sx < 45; ++sx)
+                v += wy[y][sy] * wx[x][sx] * src.row(sy)[sx * bpp + c];
+            }
+            worst = std::max(worst,
+                             std::abs(dst.row(y)[x * bpp + c] - static_cast<int>(std::lround(v))));
+          }
+      EXPECT_LE(worst, 1) << type << " " << size[0] << "x" << size[1];
+    }
+  }
 }
 
 // Writes any picture as a binary PPM of its RGB.

@@ -435,6 +435,22 @@ TEST(ChannelHistogram, CountsEveryBytePosition) {
   EXPECT_EQ(process::toneChannels(pic.rec), 3);
 }
 
+TEST(ChannelHistogram, MatchesPlainCountingOnEveryKind) {
+  for (uint16_t type : kAllKinds) {
+    for (int width : {1, 2, 7, 30}) {
+      OwnedPicture pic;
+      test::makePattern(pic, type, width, 9, 100);
+      uint32_t counts[1024];
+      process::channelHistogram(pic.rec, counts);
+      std::vector<uint32_t> expected(1024, 0);
+      const int bpp = pic->bytesPerPixel;
+      for (int y = 0; y < 9; ++y)
+        for (int i = 0; i < width * bpp; ++i) ++expected[(i % bpp) * 256 + pic.row(y)[i]];
+      EXPECT_EQ(std::vector<uint32_t>(counts, counts + 1024), expected) << type << " " << width;
+    }
+  }
+}
+
 TEST(ColourBalance, TablesActOnBytePositions) {
   OwnedPicture src, dst;
   auto balance = [](ImageRecord* s, ImageRecord* d) {
