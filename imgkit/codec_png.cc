@@ -122,6 +122,18 @@ void fillHeader(ReadContext& ctx, const Ihdr& h) {
   ctx.header.pictureCount = 1;
 }
 
+// Deflate cannot expand much more than 1032:1 (a 258-byte match costs at
+// least two bits: one-bit length and distance codes). A header whose picture
+// could not come out of the bytes left in the file is hostile, not merely
+// truncated: refuse it before allocating that picture.
+bool dataCanHoldPicture(const PngState& s, const Ihdr& h) {
+  constexpr uint64_t kMaxInflation = 1032;
+  const uint64_t bitsPerPixel = static_cast<uint64_t>(png_get_channels(s.png, s.info)) * h.depth;
+  const uint64_t rowBytes = 1 + (h.width * bitsPerPixel + 7) / 8;  // filter byte first
+  const uint64_t left = s.size - s.pos;
+  return rowBytes * h.height <= left * kMaxInflation + 1024;
+}
+
 // What the decoded rows will hold.
 struct Target {
   uint16_t kind = IMK_RGB;
@@ -242,6 +254,8 @@ int read(ReadContext& ctx, Picture& out) {
   if (!readInfo(&r)) return ctx.fail(IMK_ERR_BAD_FILE, r.error);
   const Ihdr h = ihdrOf(r);
   fillHeader(ctx, h);
+  if (!dataCanHoldPicture(r, h))
+    return ctx.fail(IMK_ERR_BAD_FILE, "image data too short for its size");
   Target t;
   if (!setTransforms(&r, &h, &t)) return ctx.fail(IMK_ERR_BAD_FILE, r.error);
 

@@ -572,7 +572,8 @@ TEST(PngDamage, AbsurdDimensionsAreRefusedBeforeAllocating) {
                              {10, 0},
                              {0x7FFFFFFF, 1},
                              {2000000, 1},
-                             {100000, 100000}}) {
+                             {100000, 100000},
+                             {20000, 20000}}) {  // fits the byte limit, not the data
     test::writeFile(dir.file("d.png"), makePng(w, h, 8, 2, tiny));
     OwnedPicture pic;
     FileInfo info;
@@ -581,6 +582,13 @@ TEST(PngDamage, AbsurdDimensionsAreRefusedBeforeAllocating) {
         << w << "x" << h;
     EXPECT_NE(info.errorText[0], '\0');
   }
+  // The most compressible picture there is still loads.
+  OwnedPicture black, back;
+  ASSERT_TRUE(imkAllock(&black.rec, IMK_RGB, 8, 3000, 2000));
+  ASSERT_EQ(test::save(dir.file("black.png"), black.rec, "png", 9), 0);
+  EXPECT_LT(test::readFile(dir.file("black.png")).size(), 3000u * 2000 * 3 / 500);
+  ASSERT_EQ(test::load(dir.file("black.png"), back), 0);
+  EXPECT_EQ(back->width, 3000);
 }
 
 // --- progress, writing ---------------------------------------------------------
