@@ -2,6 +2,8 @@
 #include "process/geometry.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -33,47 +35,166 @@ void mirrorRowAny(const uint8_t* s, uint8_t* rowEnd, int width, int bpp) {
   for (int j = 0; j < width; ++j, s += bpp, d -= bpp) std::memcpy(d, s, static_cast<size_t>(bpp));
 }
 
-// Tiles keep both the rows read and the rows written in cache while a turn
-// walks one of them across its columns.
+// Quarter turns. Result row i, column j takes source pixel (row sy, column
+// sx): clockwise sy = height - 1 - j, sx = i; counter-clockwise sy = j,
+// sx = width - 1 - i. The work goes in 32 x 32 tiles, so that the rows read
+// and written stay in cache, and inside a tile in small square blocks moved
+// with whole-word loads and stores: a block reads a few pixels from each of
+// a few source rows and writes them, transposed, to as many result rows.
 constexpr int kTile = 32;
 
-// Moves a 3-byte pixel with one 4-byte load and store. The extra byte
-// written lands on the next pixel of the result row, which is written after
-// it; the extra byte read must lie inside the source buffer.
-inline void copyPixelWide(uint8_t* d, const uint8_t* s) {
-  uint32_t v;
-  std::memcpy(&v, s, 4);
-  std::memcpy(d, &v, 4);
+template <typename T>
+inline T load(const uint8_t* p) {
+  T v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+template <typename T>
+inline void store(uint8_t* p, T v) {
+  std::memcpy(p, &v, sizeof v);
 }
 
-// Result row i, column j takes source pixel (row sy(i, j), column sx(i, j)):
-// clockwise sy = height - 1 - j, sx = i; counter-clockwise sy = j,
-// sx = width - 1 - i. Inside a tile the source row is walked along j.
+struct TurnView {
+  const ImageRecord& src;
+  ImageRecord& result;
+  // Start of the pixels that source row k of the block at result (i, j)
+  // gives; the block's source rows are taken in result-column order.
+  template <int kBpp, bool kClockwise, int kBlock>
+  const uint8_t* blockRow(int i, int j, int k) const {
+    if constexpr (kClockwise)
+      return rowOf(src, src.height - 1 - (j + k)) + static_cast<ptrdiff_t>(i) * kBpp;
+    else
+      return rowOf(src, j + k) + static_cast<ptrdiff_t>(src.width - kBlock - i) * kBpp;
+  }
+  // Result row for block row m: counter-clockwise turns read the source
+  // columns right to left.
+  template <bool kClockwise, int kBlock>
+  uint8_t* resultRow(int i, int m) const {
+    return rowOf(result, kClockwise ? i + m : i + kBlock - 1 - m);
+  }
+};
+
+template <int kBpp, bool kClockwise>
+inline void turnPixel(const TurnView& v, int i, int j) {
+  const int sy = kClockwise ? v.src.height - 1 - j : j;
+  const int sx = kClockwise ? i : v.src.width - 1 - i;
+  std::memcpy(rowOf(v.result, i) + static_cast<ptrdiff_t>(j) * kBpp,
+              rowOf(v.src, sy) + static_cast<ptrdiff_t>(sx) * kBpp, kBpp);
+}
+
+// 8 x 8 one-byte pixels: eight 8-byte words transposed as a byte matrix (word
+// k, byte m to word m, byte k) in three rounds of swaps between words.
+template <bool kClockwise>
+inline void turnBlock1(const TurnView& v, int i, int j) {
+  uint64_t x[8];
+  for (int k = 0; k < 8; ++k) x[k] = load<uint64_t>(v.blockRow<1, kClockwise, 8>(i, j, k));
+  for (int k = 0; k < 8; k += 2) {
+    const uint64_t t = ((x[k] >> 8) ^ x[k + 1]) & 0x00FF00FF00FF00FFull;
+    x[k + 1] ^= t;
+    x[k] ^= t << 8;
+  }
+  for (int k : {0, 1, 4, 5}) {
+    const uint64_t t = ((x[k] >> 16) ^ x[k + 2]) & 0x0000FFFF0000FFFFull;
+    x[k + 2] ^= t;
+    x[k] ^= t << 16;
+  }
+  for (int k = 0; k < 4; ++k) {
+    const uint64_t t = ((x[k] >> 32) ^ x[k + 4]) & 0x00000000FFFFFFFFull;
+    x[k + 4] ^= t;
+    x[k] ^= t << 32;
+  }
+  for (int m = 0; m < 8; ++m) store(v.resultRow<kClockwise, 8>(i, m) + j, x[m]);
+}
+
+// 4 x 4 three-byte pixels: each source row gives 12 bytes (one 8-byte and one
+// 4-byte load) split into four pixels; each result row is put back together
+// from one pixel of every source row.
+template <bool kClockwise>
+inline void turnBlock3(const TurnView& v, int i, int j) {
+  uint32_t q[4][4];
+  for (int k = 0; k < 4; ++k) {
+    const uint8_t* s = v.blockRow<3, kClockwise, 4>(i, j, k);
+    const uint64_t a = load<uint64_t>(s);
+    const uint32_t b = load<uint32_t>(s + 8);
+    q[k][0] = static_cast<uint32_t>(a & 0xFFFFFF);
+    q[k][1] = static_cast<uint32_t>((a >> 24) & 0xFFFFFF);
+    q[k][2] = static_cast<uint32_t>(a >> 48) | ((b & 0xFF) << 16);
+    q[k][3] = b >> 8;
+  }
+  for (int m = 0; m < 4; ++m) {
+    uint8_t* d = v.resultRow<kClockwise, 4>(i, m) + static_cast<ptrdiff_t>(j) * 3;
+    store(d, static_cast<uint64_t>(q[0][m]) | static_cast<uint64_t>(q[1][m]) << 24 |
+                 static_cast<uint64_t>(q[2][m]) << 48);
+    store(d + 8, (q[2][m] >> 16) | (q[3][m] << 8));
+  }
+}
+
+// 4 x 4 four-byte pixels: a 4 x 4 matrix of 32-bit words.
+template <bool kClockwise>
+inline void turnBlock4(const TurnView& v, int i, int j) {
+  uint32_t q[4][4];
+  for (int k = 0; k < 4; ++k) {
+    const uint8_t* s = v.blockRow<4, kClockwise, 4>(i, j, k);
+    for (int m = 0; m < 4; ++m) q[k][m] = load<uint32_t>(s + 4 * m);
+  }
+  for (int m = 0; m < 4; ++m) {
+    uint8_t* d = v.resultRow<kClockwise, 4>(i, m) + static_cast<ptrdiff_t>(j) * 4;
+    for (int k = 0; k < 4; ++k) store(d + 4 * k, q[k][m]);
+  }
+}
+
+// Starts loading the source and result bytes of the tile at (i0..i1, j0..j1).
+template <int kBpp, bool kClockwise>
+void prefetchTile(const ImageRecord& src, const ImageRecord& result, int i0, int i1, int j0,
+                  int j1) {
+  const int n = (i1 - i0) * kBpp;
+  for (int j = j0; j < j1; ++j) {
+    const int sy = kClockwise ? src.height - 1 - j : j;
+    const int sx = kClockwise ? i0 : src.width - i1;
+    const uint8_t* p = rowOf(src, sy) + static_cast<ptrdiff_t>(sx) * kBpp;
+    for (int b = 0; b < n; b += 64) __builtin_prefetch(p + b);
+    __builtin_prefetch(p + n - 1);
+  }
+  const int m = (j1 - j0) * kBpp;
+  for (int i = i0; i < i1; ++i) {
+    const uint8_t* p = rowOf(result, i) + static_cast<ptrdiff_t>(j0) * kBpp;
+    for (int b = 0; b < m; b += 64) __builtin_prefetch(p + b, 1);
+    __builtin_prefetch(p + m - 1, 1);
+  }
+}
+
 template <int kBpp, bool kClockwise>
 void turnTiles(const ImageRecord& src, ImageRecord& result) {
+  // The word moves take bytes in little-endian order.
+  constexpr bool kWords = std::endian::native == std::endian::little;
+  constexpr int kBlock = kBpp == 1 ? 8 : 4;
+  const TurnView v{src, result};
   const int outW = result.width, outH = result.height;  // src.height, src.width
-  const ptrdiff_t sStride = src.bytesPerLine;
   for (int i0 = 0; i0 < outH; i0 += kTile) {
     const int i1 = std::min(i0 + kTile, outH);
+    const int ib = kWords ? i0 + (i1 - i0) / kBlock * kBlock : i0;
     for (int j0 = 0; j0 < outW; j0 += kTile) {
       const int j1 = std::min(j0 + kTile, outW);
-      for (int i = i0; i < i1; ++i) {
-        uint8_t* d = rowOf(result, i) + static_cast<ptrdiff_t>(j0) * kBpp;
-        const int sx = kClockwise ? i : src.width - 1 - i;
-        const uint8_t* s =
-            rowOf(src, kClockwise ? src.height - 1 - j0 : j0) + static_cast<ptrdiff_t>(sx) * kBpp;
-        const ptrdiff_t sStep = kClockwise ? -sStride : sStride;
-        int j = j0;
-        if constexpr (kBpp == 3) {
-          // The last pixel of a result row is moved exactly, so that nothing
-          // spills into the row's padding or the next row.
-          if (sx * 3 + 4 <= src.bytesPerLine) {
-            const int wideEnd = j1 == outW ? j1 - 1 : j1;
-            for (; j < wideEnd; ++j, d += 3, s += sStep) copyPixelWide(d, s);
-          }
+      const int jb = kWords ? j0 + (j1 - j0) / kBlock * kBlock : j0;
+      // Every source row of a tile lies far from the others in memory, where
+      // no hardware prefetcher looks: the next tile is asked for while this
+      // one is moved.
+      if (j1 < outW)
+        prefetchTile<kBpp, kClockwise>(src, result, i0, i1, j1, std::min(j1 + kTile, outW));
+      else if (i1 < outH)
+        prefetchTile<kBpp, kClockwise>(src, result, i1, std::min(i1 + kTile, outH), 0,
+                                       std::min(kTile, outW));
+      for (int i = i0; i < ib; i += kBlock) {
+        for (int j = j0; j < jb; j += kBlock) {
+          if constexpr (kBpp == 1) turnBlock1<kClockwise>(v, i, j);
+          if constexpr (kBpp == 3) turnBlock3<kClockwise>(v, i, j);
+          if constexpr (kBpp == 4) turnBlock4<kClockwise>(v, i, j);
         }
-        for (; j < j1; ++j, d += kBpp, s += sStep) copyPixel<kBpp>(d, s);
+        for (int m = i; m < i + kBlock; ++m)
+          for (int j = jb; j < j1; ++j) turnPixel<kBpp, kClockwise>(v, m, j);
       }
+      for (int i = ib; i < i1; ++i)
+        for (int j = j0; j < j1; ++j) turnPixel<kBpp, kClockwise>(v, i, j);
     }
   }
 }

@@ -68,6 +68,14 @@ int toneChannels(const ImageRecord& pic);
 
 // Per-channel tables from a histogram, for the first `channels` channels (the
 // others are left as the identity).
+//  - normalize: lo and hi, the smallest and largest values present, stretch
+//    to 0..255: (v - lo) * 255 / (hi - lo), 0 below lo, 255 above hi. A
+//    channel with a single value (or none) has nothing to stretch and is kept.
+//  - equalize: trunc(255 (cdf[v] - cdf[0]) / max(cdf[255] - cdf[0], 1)); the
+//    base is the count of value 0 itself, so a picture without that value
+//    keeps its lowest value above 0.
+//  - balance: clamp(i + offset) with the offsets red, green, blue for bytes
+//    0, 1, 2.
 void normalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]);
 void equalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]);
 void balanceTables(int red, int green, int blue, int channels, uint8_t tables[3 * 256]);
