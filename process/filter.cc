@@ -21,10 +21,11 @@ namespace process {
 
 namespace {
 
-constexpr int kLanes = 16;
+constexpr int kLanes = 16;  // bytes per arithmetic block
+constexpr int kWide = 32;   // bytes per comparator-network block; buffers round up to it
 constexpr int kMaxSize = 31;
 
-typedef uint8_t Bytes16 __attribute__((vector_size(16)));
+typedef uint8_t Bytes32 __attribute__((vector_size(kWide)));
 
 inline uint8_t clampByte(int v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
@@ -38,15 +39,46 @@ int oddSize(int size) {
   return size | 1;
 }
 
-// Truncating n / d for |n| < 2^24 and 0 < d < 2^24. The float quotient of two
-// exactly representable integers is within one of the true quotient, so one
-// correction step from the remainder makes it exact; unlike an integer
-// division by a run-time divisor this runs in vector registers.
-inline int divideTruncating(int n, int d, float fd) {
-  int q = static_cast<int>(static_cast<float>(n) / fd);
-  const int r = n - q * d;
-  q += n >= 0 ? (r >= d) - (r < 0) : (r > 0) - (r <= -d);
-  return q;
+// Truncating n / d for integers n and d with |n| < 2^24 and d > 0, both held
+// exactly in floats. The correctly rounded quotient q' of x = n / d is off by
+// at most |x| 2^-24 < 1/d, while a quotient that is not a whole number lies
+// at least 1/d away from one, so truncating q' gives trunc(x). Unlike an
+// integer division by a run-time divisor this runs in vector registers.
+inline int divideTruncating(float n, float d) { return static_cast<int>(n / d); }
+
+size_t roundedToBlocks(size_t n) { return (n + kWide - 1) / kWide * kWide; }
+
+// Whole-row passes over `length` bytes (a multiple of kLanes). Each is one
+// fixed-count inner loop over unaliased rows, which the compiler vectorizes.
+void widenRow(uint16_t* __restrict to, const uint8_t* __restrict from, int length) {
+  for (int i = 0; i < length; i += kLanes)
+    for (int t = 0; t < kLanes; ++t) to[i + t] = from[i + t];
+}
+
+void addRow(uint16_t* __restrict to, const uint8_t* __restrict from, int length) {
+  for (int i = 0; i < length; i += kLanes)
+    for (int t = 0; t < kLanes; ++t) to[i + t] = static_cast<uint16_t>(to[i + t] + from[i + t]);
+}
+
+void floatRow(float* __restrict to, const uint8_t* __restrict from, int length) {
+  for (int i = 0; i < length; i += kLanes)
+    for (int t = 0; t < kLanes; ++t) to[i + t] = static_cast<float>(from[i + t]);
+}
+
+void floatPairRow(float* __restrict to, const uint8_t* __restrict a, const uint8_t* __restrict b,
+                  int length) {
+  for (int i = 0; i < length; i += kLanes)
+    for (int t = 0; t < kLanes; ++t) to[i + t] = static_cast<float>(a[i + t] + b[i + t]);
+}
+
+void maxRow(uint8_t* __restrict to, const uint8_t* __restrict from, int length) {
+  for (int i = 0; i < length; i += kLanes)
+    for (int t = 0; t < kLanes; ++t) to[i + t] = to[i + t] < from[i + t] ? from[i + t] : to[i + t];
+}
+
+void minRow(uint8_t* __restrict to, const uint8_t* __restrict from, int length) {
+  for (int i = 0; i < length; i += kLanes)
+    for (int t = 0; t < kLanes; ++t) to[i + t] = from[i + t] < to[i + t] ? from[i + t] : to[i + t];
 }
 
 // One filter pass: `rows[k]` is padded source row y - s/2 + k, `out` receives
@@ -67,8 +99,8 @@ int runWindowFilter(ImageRecord* src, ImageRecord* dst, int s, RowFilter&& rowFi
   const int bpp = bytesPerPixelOf(*src);
   const int h = s / 2;
   const size_t n = static_cast<size_t>(src->width) * static_cast<size_t>(bpp);
-  const size_t blocks = (n + kLanes - 1) / kLanes * kLanes;
-  const size_t padded = blocks + static_cast<size_t>(2 * h * bpp) + kLanes;
+  const size_t blocks = roundedToBlocks(n);
+  const size_t padded = roundedToBlocks(blocks + static_cast<size_t>(2 * h * bpp)) + kWide;
   std::vector<uint8_t> store;
   std::vector<uint8_t> out;
   std::vector<uint8_t*> rows;
@@ -140,24 +172,24 @@ int convolveWith(ImageRecord* src, ImageRecord* dst) {
 
 // ------------------------------------------------- strength-controlled 3x3
 
-// P the centre, E the four side neighbours, K the four corners.
-#define NEIGHBOURHOOD_3X3                                        \
-  const int j = i + t;                                           \
-  const int P = b[j + bpp];                                      \
-  const int E = a[j + bpp] + b[j] + b[j + 2 * bpp] + c[j + bpp]; \
-  const int K = a[j] + a[j + 2 * bpp] + c[j] + c[j + 2 * bpp];   \
-  (void)E;                                                       \
-  (void)K
-
+// In the strength filters P is the centre byte, E the sum of the four side
+// neighbours and K the sum of the four corners (b2 = 2 * bpp); they are
+// written out in each loop so that the loops stay vectorizable.
 void softenRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
                const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp, int w) {
   const int centre = w + 25, d = w + 825;
+  const int b2 = 2 * bpp;
+  const float fc = static_cast<float>(centre);
   const float fd = static_cast<float>(d);
   for (int i = 0; i < n; i += kLanes) {
     for (int t = 0; t < kLanes; ++t) {
-      NEIGHBOURHOOD_3X3;
+      const int j = i + t;
+      const int P = b[j + bpp];
+      const int E = a[j + bpp] + b[j] + b[j + b2] + c[j + bpp];
+      const int K = a[j] + a[j + b2] + c[j] + c[j + b2];
       // The weights add up to the divisor: the quotient is already 0..255.
-      out[j] = static_cast<uint8_t>(divideTruncating(P * centre + 100 * (E + K), d, fd));
+      out[j] = static_cast<uint8_t>(
+          divideTruncating(static_cast<float>(P) * fc + 100.0f * static_cast<float>(E + K), fd));
     }
   }
 }
@@ -165,11 +197,19 @@ void softenRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
 void blurRow(const uint8_t* __restrict a, const uint8_t* __restrict b, const uint8_t* __restrict c,
              uint8_t* __restrict out, int n, int bpp, int w) {
   const int centre = w + 25, d = w + 1225;
+  const int b2 = 2 * bpp;
+  const float fc = static_cast<float>(centre);
   const float fd = static_cast<float>(d);
   for (int i = 0; i < n; i += kLanes) {
     for (int t = 0; t < kLanes; ++t) {
-      NEIGHBOURHOOD_3X3;
-      out[j] = static_cast<uint8_t>(divideTruncating(P * centre + 200 * E + 100 * K, d, fd));
+      const int j = i + t;
+      const int P = b[j + bpp];
+      const int E = a[j + bpp] + b[j] + b[j + b2] + c[j + bpp];
+      const int K = a[j] + a[j + b2] + c[j] + c[j + b2];
+      out[j] = static_cast<uint8_t>(divideTruncating(static_cast<float>(P) * fc +
+                                                         200.0f * static_cast<float>(E) +
+                                                         100.0f * static_cast<float>(K),
+                                                     fd));
     }
   }
 }
@@ -177,11 +217,17 @@ void blurRow(const uint8_t* __restrict a, const uint8_t* __restrict b, const uin
 void enhanceEdgesRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
                      const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp, int w) {
   const int centre = w + 9, d = w + 1;
+  const int b2 = 2 * bpp;
+  const float fc = static_cast<float>(centre);
   const float fd = static_cast<float>(d);
   for (int i = 0; i < n; i += kLanes) {
     for (int t = 0; t < kLanes; ++t) {
-      NEIGHBOURHOOD_3X3;
-      out[j] = clampByte(divideTruncating(P * centre - (E + K), d, fd));
+      const int j = i + t;
+      const int P = b[j + bpp];
+      const int E = a[j + bpp] + b[j] + b[j + b2] + c[j + bpp];
+      const int K = a[j] + a[j + b2] + c[j] + c[j + b2];
+      out[j] =
+          clampByte(divideTruncating(static_cast<float>(P) * fc - static_cast<float>(E + K), fd));
     }
   }
 }
@@ -189,17 +235,19 @@ void enhanceEdgesRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
 void sharpenRow(const uint8_t* __restrict a, const uint8_t* __restrict b,
                 const uint8_t* __restrict c, uint8_t* __restrict out, int n, int bpp, int p) {
   const int d = p == 100 ? 1 : 100 - p;
+  const int b2 = 2 * bpp;
   const float fd = static_cast<float>(d);
   for (int i = 0; i < n; i += kLanes) {
     for (int t = 0; t < kLanes; ++t) {
-      NEIGHBOURHOOD_3X3;
+      const int j = i + t;
+      const int P = b[j + bpp];
+      const int E = a[j + bpp] + b[j] + b[j + b2] + c[j + bpp];
+      const int K = a[j] + a[j + b2] + c[j] + c[j + b2];
       // p * N is never negative, so the shift is the truncating division by 8.
-      out[j] = clampByte(divideTruncating(100 * P - ((p * (E + K)) >> 3), d, fd));
+      out[j] = clampByte(divideTruncating(static_cast<float>(100 * P - ((p * (E + K)) >> 3)), fd));
     }
   }
 }
-
-#undef NEIGHBOURHOOD_3X3
 
 int clampStrength(int p) { return p < 1 ? 1 : p > 100 ? 100 : p; }
 
@@ -222,17 +270,20 @@ struct Tap {
 };
 
 // out = clamp(sum / divisor + bias) for kernels whose sum stays below 2^24 in
-// magnitude (so the vector division is exact) and a positive divisor.
+// magnitude and a divisor in 1..2^24-1. Every product and partial sum is then
+// an integer that single-precision floats hold exactly, and a float multiply
+// vectorizes where a 32-bit integer one does not.
 void weightedRowFast(const RowContext& r, const std::vector<Tap>& taps, int divisor, int bias) {
   const float fd = static_cast<float>(divisor);
+  uint8_t* __restrict out = r.out;
   for (int i = 0; i < r.n; i += kLanes) {
-    int acc[kLanes] = {};
+    float acc[kLanes] = {};
     for (const Tap& tap : taps) {
-      const uint8_t* p = r.rows[tap.row] + tap.offset + i;
-      for (int t = 0; t < kLanes; ++t) acc[t] += tap.weight * p[t];
+      const uint8_t* __restrict p = r.rows[tap.row] + tap.offset + i;
+      const float w = static_cast<float>(tap.weight);
+      for (int t = 0; t < kLanes; ++t) acc[t] += w * static_cast<float>(p[t]);
     }
-    for (int t = 0; t < kLanes; ++t)
-      r.out[i + t] = clampByte(divideTruncating(acc[t], divisor, fd) + bias);
+    for (int t = 0; t < kLanes; ++t) out[i + t] = clampByte(divideTruncating(acc[t], fd) + bias);
   }
 }
 
@@ -258,9 +309,10 @@ int weightedFilter(ImageRecord* src, ImageRecord* dst, int s, const int* weights
         taps.push_back({i, j * bpp, w});
         magnitude += 255 * std::abs(static_cast<int64_t>(w));
       }
-  if (divisor > 0 && magnitude < (int64_t{1} << 24)) {
-    // |quotient| < 2^24, so a bias beyond +-2^25 clamps the same way as
-    // the bias itself would; keeping it small keeps the sum in range.
+  constexpr int64_t kExact = int64_t{1} << 24;
+  if (divisor > 0 && divisor < kExact && magnitude < kExact) {
+    // |quotient| < 2^24, so a bias beyond +-2^25 clamps the same way as the
+    // bias itself would; keeping it small keeps the sum in range.
     const int b = std::clamp(bias, -(1 << 25), 1 << 25);
     return runWindowFilter(src, dst, s,
                            [&](const RowContext& r) { weightedRowFast(r, taps, divisor, b); });
@@ -272,16 +324,11 @@ int weightedFilter(ImageRecord* src, ImageRecord* dst, int s, const int* weights
 // --------------------------------------------------------------- average
 
 void averageRow(const RowContext& r, int s, std::vector<uint16_t>& columns) {
-  uint16_t* __restrict col = columns.data();
+  uint16_t* col = columns.data();
   const int length = static_cast<int>(columns.size());
-  // Column sums of the s rows at every padded byte.
-  for (int i = 0; i < length; i += kLanes) {
-    for (int t = 0; t < kLanes; ++t) col[i + t] = r.rows[0][i + t];
-    for (int k = 1; k < s; ++k) {
-      const uint8_t* __restrict row = r.rows[k];
-      for (int t = 0; t < kLanes; ++t) col[i + t] = static_cast<uint16_t>(col[i + t] + row[i + t]);
-    }
-  }
+  // Column sums of the s rows at every padded byte (at most 31 * 255).
+  widenRow(col, r.rows[0], length);
+  for (int k = 1; k < s; ++k) addRow(col, r.rows[k], length);
   const int area = s * s;
   const float fa = static_cast<float>(area);
   uint8_t* __restrict out = r.out;
@@ -292,7 +339,7 @@ void averageRow(const RowContext& r, int s, std::vector<uint16_t>& columns) {
       for (int t = 0; t < kLanes; ++t) acc[t] += c[t];
     }
     for (int t = 0; t < kLanes; ++t)
-      out[i + t] = static_cast<uint8_t>(divideTruncating(acc[t], area, fa));
+      out[i + t] = static_cast<uint8_t>(divideTruncating(static_cast<float>(acc[t]), fa));
   }
 }
 
@@ -308,35 +355,30 @@ struct GaussTap {
 };
 
 void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
-                 std::vector<uint16_t>& folded, size_t length) {
+                 std::vector<float>& folded, int length) {
   const int h = s / 2;
-  for (int a = 0; a <= h; ++a) {
-    uint16_t* __restrict v = folded.data() + static_cast<size_t>(a) * length;
-    const uint8_t* __restrict up = r.rows[h - a];
-    const uint8_t* __restrict down = r.rows[h + a];
-    if (a == 0) {
-      for (size_t i = 0; i < length; i += kLanes)
-        for (int t = 0; t < kLanes; ++t) v[i + t] = up[i + t];
-    } else {
-      for (size_t i = 0; i < length; i += kLanes)
-        for (int t = 0; t < kLanes; ++t) v[i + t] = static_cast<uint16_t>(up[i + t] + down[i + t]);
-    }
-  }
+  floatRow(folded.data(), r.rows[h], length);
+  for (int a = 1; a <= h; ++a)
+    floatPairRow(folded.data() + a * length, r.rows[h - a], r.rows[h + a], length);
+  // The products and sums are integers below 2^24 (the weights add up to
+  // about 2048), which floats hold exactly; float arithmetic vectorizes.
   uint8_t* __restrict out = r.out;
   for (int i = 0; i < r.n; i += kLanes) {
-    int acc[kLanes] = {};
+    float acc[kLanes] = {};
     for (const GaussTap& tap : taps) {
-      const uint16_t* v = folded.data() + static_cast<size_t>(tap.a) * length + i;
-      const uint16_t* __restrict left = v + (h - tap.b) * r.bpp;
-      const uint16_t* __restrict right = v + (h + tap.b) * r.bpp;
+      const float* v = folded.data() + tap.a * length + i;
+      const float* __restrict left = v + (h - tap.b) * r.bpp;
+      const float* __restrict right = v + (h + tap.b) * r.bpp;
+      const float w = static_cast<float>(tap.weight);
       if (tap.b == 0) {
-        for (int t = 0; t < kLanes; ++t) acc[t] += tap.weight * left[t];
+        for (int t = 0; t < kLanes; ++t) acc[t] += w * left[t];
       } else {
-        for (int t = 0; t < kLanes; ++t) acc[t] += tap.weight * (left[t] + right[t]);
+        for (int t = 0; t < kLanes; ++t) acc[t] += w * (left[t] + right[t]);
       }
     }
     // No clamping: the low 8 bits of the shifted sum are what is stored.
-    for (int t = 0; t < kLanes; ++t) out[i + t] = static_cast<uint8_t>(acc[t] >> 11);
+    for (int t = 0; t < kLanes; ++t)
+      out[i + t] = static_cast<uint8_t>(static_cast<int>(acc[t]) >> 11);
   }
 }
 
@@ -346,34 +388,20 @@ void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
 // each column's extreme.
 template <bool kMaximum>
 void extremeRow(const RowContext& r, int s, std::vector<uint8_t>& columns) {
-  uint8_t* __restrict col = columns.data();
+  uint8_t* col = columns.data();
   const int length = static_cast<int>(columns.size());
-  for (int i = 0; i < length; i += kLanes) {
-    for (int t = 0; t < kLanes; ++t) col[i + t] = r.rows[0][i + t];
-    for (int k = 1; k < s; ++k) {
-      const uint8_t* __restrict row = r.rows[k];
-      for (int t = 0; t < kLanes; ++t)
-        col[i + t] = kMaximum ? std::max(col[i + t], row[i + t]) : std::min(col[i + t], row[i + t]);
-    }
-  }
-  uint8_t* __restrict out = r.out;
-  for (int i = 0; i < r.n; i += kLanes) {
-    for (int t = 0; t < kLanes; ++t) out[i + t] = col[i + t];
-    for (int m = 1; m < s; ++m) {
-      const uint8_t* __restrict c = col + i + m * r.bpp;
-      for (int t = 0; t < kLanes; ++t)
-        out[i + t] = kMaximum ? std::max(out[i + t], c[t]) : std::min(out[i + t], c[t]);
-    }
-  }
+  std::memcpy(col, r.rows[0], static_cast<size_t>(length));
+  for (int k = 1; k < s; ++k) (kMaximum ? maxRow : minRow)(col, r.rows[k], length);
+  const int blocks = static_cast<int>(roundedToBlocks(static_cast<size_t>(r.n)));
+  std::memcpy(r.out, col, static_cast<size_t>(blocks));
+  for (int m = 1; m < s; ++m) (kMaximum ? maxRow : minRow)(r.out, col + m * r.bpp, blocks);
 }
 
 // ------------------------------------------------------------------ medians
 
-// A comparator puts the smaller byte on wire `lo` and the larger on `hi`;
-// after pruning, only the outputs that are still needed are computed.
+// A comparator puts the smaller byte on wire `lo` and the larger on `hi`.
 struct Comparator {
   uint16_t lo, hi;
-  bool keepMin, keepMax;
 };
 
 // Batcher's odd-even merge sort on the given wires (any count): afterwards
@@ -385,8 +413,8 @@ void appendSortingNetwork(const std::vector<int>& wires, std::vector<Comparator>
       for (int j = k % p; j + k < n; j += 2 * k)
         for (int i = 0; i < k && i + j + k < n; ++i)
           if ((i + j) / (2 * p) == (i + j + k) / (2 * p))
-            net.push_back({static_cast<uint16_t>(wires[i + j]),
-                           static_cast<uint16_t>(wires[i + j + k]), true, true});
+            net.push_back(
+                {static_cast<uint16_t>(wires[i + j]), static_cast<uint16_t>(wires[i + j + k])});
 }
 
 // Keeps only the comparators that influence `target`, walking backwards;
@@ -396,20 +424,21 @@ std::vector<Comparator> pruneNetwork(const std::vector<Comparator>& net, int tar
   std::vector<Comparator> kept;
   needed[target] = 1;
   for (auto it = net.rbegin(); it != net.rend(); ++it) {
-    const bool lo = needed[it->lo], hi = needed[it->hi];
-    if (!lo && !hi) continue;
-    kept.push_back({it->lo, it->hi, lo, hi});
+    if (!needed[it->lo] && !needed[it->hi]) continue;
+    kept.push_back(*it);
     needed[it->lo] = needed[it->hi] = 1;
   }
   std::reverse(kept.begin(), kept.end());
   return kept;
 }
 
-inline void runNetwork(Bytes16* w, const std::vector<Comparator>& net) {
+// Both outputs are always written, even one that is no longer needed (it is
+// then never read again): that keeps the loop free of branches.
+inline void runNetwork(Bytes32* w, const std::vector<Comparator>& net) {
   for (const Comparator& c : net) {
-    const Bytes16 a = w[c.lo], b = w[c.hi];
-    if (c.keepMin) w[c.lo] = a < b ? a : b;
-    if (c.keepMax) w[c.hi] = a < b ? b : a;
+    const Bytes32 a = w[c.lo], b = w[c.hi];
+    w[c.lo] = a < b ? a : b;
+    w[c.hi] = a < b ? b : a;
   }
 }
 
@@ -423,9 +452,12 @@ inline void runNetwork(Bytes16* w, const std::vector<Comparator>& net) {
 // k - (number before) among the rest. Only the comparators that lead to it
 // are kept.
 struct BoxMedianPlan {
+  struct Load {
+    int wire, plane, column;  // wire r*s + c comes from rank plane r, window column c
+  };
   std::vector<Comparator> columnSort;  // on wires 0..s-1 (rows of the window)
   std::vector<Comparator> net;         // on wires r*s + c
-  std::vector<int> loads;              // wires to load before `net`
+  std::vector<Load> loads;             // wires to load before `net`
   int target = 0;
 };
 
@@ -455,40 +487,42 @@ BoxMedianPlan planBoxMedian(int s) {
   std::vector<char> needed(static_cast<size_t>(count), 0);
   plan.net = pruneNetwork(net, plan.target, needed);
   for (int wire = 0; wire < count; ++wire)
-    if (needed[wire]) plan.loads.push_back(wire);
+    if (needed[wire]) plan.loads.push_back({wire, wire / s, wire % s});
   return plan;
 }
 
 void boxMedianRow(const RowContext& r, int s, const BoxMedianPlan& plan,
-                  std::vector<uint8_t>& ranks, size_t length, std::vector<Bytes16>& wires) {
+                  std::vector<uint8_t>& ranks, int length, std::vector<Bytes32>& wires) {
   // Rank planes: ranks[q * length + p] is the q-th smallest of column p.
-  Bytes16* w = wires.data();
-  for (size_t p = 0; p < length; p += kLanes) {
-    for (int q = 0; q < s; ++q) std::memcpy(&w[q], r.rows[q] + p, kLanes);
+  Bytes32* w = wires.data();
+  for (int p = 0; p < length; p += kWide) {
+    for (int q = 0; q < s; ++q) std::memcpy(&w[q], r.rows[q] + p, kWide);
     runNetwork(w, plan.columnSort);
-    for (int q = 0; q < s; ++q) std::memcpy(ranks.data() + q * length + p, &w[q], kLanes);
+    for (int q = 0; q < s; ++q) std::memcpy(ranks.data() + q * length + p, &w[q], kWide);
   }
-  for (int i = 0; i < r.n; i += kLanes) {
-    for (int wire : plan.loads) {
-      const int q = wire / s, c = wire % s;
-      std::memcpy(&w[wire], ranks.data() + q * length + static_cast<size_t>(i + c * r.bpp), kLanes);
-    }
+  for (int i = 0; i < r.n; i += kWide) {
+    for (const BoxMedianPlan::Load& load : plan.loads)
+      std::memcpy(&w[load.wire], ranks.data() + load.plane * length + i + load.column * r.bpp,
+                  kWide);
     runNetwork(w, plan.net);
-    std::memcpy(r.out + i, &w[plan.target], kLanes);
+    std::memcpy(r.out + i, &w[plan.target], kWide);
   }
 }
 
 // Cross median: the centre column's s bytes on wires 0..s-1 and the centre
 // row's other s-1 bytes on wires s..2s-2, sorted and pruned to the middle.
 struct CrossMedianPlan {
+  struct Load {
+    int wire, row, column;  // window row and column of the wire's byte
+  };
   std::vector<Comparator> net;
-  std::vector<int> loads;
+  std::vector<Load> loads;
   int target = 0;
 };
 
 CrossMedianPlan planCrossMedian(int s) {
   CrossMedianPlan plan;
-  const int count = 2 * s - 1;
+  const int h = s / 2, count = 2 * s - 1;
   std::vector<int> wires(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i) wires[i] = i;
   std::vector<Comparator> net;
@@ -496,40 +530,33 @@ CrossMedianPlan planCrossMedian(int s) {
   plan.target = count / 2;
   std::vector<char> needed(static_cast<size_t>(count), 0);
   plan.net = pruneNetwork(net, plan.target, needed);
-  for (int wire = 0; wire < count; ++wire)
-    if (needed[wire]) plan.loads.push_back(wire);
+  for (int wire = 0; wire < count; ++wire) {
+    if (!needed[wire]) continue;
+    if (wire < s)
+      plan.loads.push_back({wire, wire, h});  // centre column
+    else
+      plan.loads.push_back({wire, h, wire - s < h ? wire - s : wire - s + 1});  // centre row
+  }
   return plan;
 }
 
-void crossMedianRow(const RowContext& r, int s, const CrossMedianPlan& plan,
-                    std::vector<Bytes16>& wires) {
-  const int h = s / 2;
-  Bytes16* w = wires.data();
-  for (int i = 0; i < r.n; i += kLanes) {
-    for (int wire : plan.loads) {
-      const uint8_t* from;
-      if (wire < s) {
-        from = r.rows[wire] + i + h * r.bpp;  // centre column, row `wire`
-      } else {
-        const int c = wire - s < h ? wire - s : wire - s + 1;  // centre row, skipping the centre
-        from = r.rows[h] + i + c * r.bpp;
-      }
-      std::memcpy(&w[wire], from, kLanes);
-    }
+void crossMedianRow(const RowContext& r, const CrossMedianPlan& plan, std::vector<Bytes32>& wires) {
+  Bytes32* w = wires.data();
+  for (int i = 0; i < r.n; i += kWide) {
+    for (const CrossMedianPlan::Load& load : plan.loads)
+      std::memcpy(&w[load.wire], r.rows[load.row] + i + load.column * r.bpp, kWide);
     runNetwork(w, plan.net);
-    std::memcpy(r.out + i, &w[plan.target], kLanes);
+    std::memcpy(r.out + i, &w[plan.target], kWide);
   }
 }
 
 // Length of a padded row rounded up to whole blocks (every buffer of
 // runWindowFilter is readable that far).
 size_t paddedBlocks(const ImageRecord& src, int s) {
-  const size_t n = static_cast<size_t>(src.width) * static_cast<size_t>(bytesPerPixelOf(src));
-  const size_t blocks = (n + kLanes - 1) / kLanes * kLanes;
-  return blocks + static_cast<size_t>(2 * (s / 2) * bytesPerPixelOf(src));
+  const size_t bpp = static_cast<size_t>(bytesPerPixelOf(src));
+  return roundedToBlocks(roundedToBlocks(static_cast<size_t>(src.width) * bpp) +
+                         static_cast<size_t>(2 * (s / 2)) * bpp);
 }
-
-size_t roundedToBlocks(size_t n) { return (n + kLanes - 1) / kLanes * kLanes; }
 
 }  // namespace
 
@@ -593,7 +620,7 @@ int averageFilter(ImageRecord* src, ImageRecord* dst, int size) {
   const int s = oddSize(size);
   std::vector<uint16_t> columns;
   try {
-    columns.assign(roundedToBlocks(paddedBlocks(*src, s)), 0);
+    columns.assign(paddedBlocks(*src, s), 0);
   } catch (const std::bad_alloc&) {
     return 1;
   }
@@ -627,10 +654,10 @@ int gaussianFilter(ImageRecord* src, ImageRecord* dst, int size) {
   for (int a = 0; a <= h; ++a)
     for (int b = 0; b <= h; ++b)
       if (const int w = weights[(h + a) * s + (h + b)]) taps.push_back({a, b, w});
-  const size_t length = roundedToBlocks(paddedBlocks(*src, s));
-  std::vector<uint16_t> folded;
+  const int length = static_cast<int>(paddedBlocks(*src, s));
+  std::vector<float> folded;
   try {
-    folded.assign(length * static_cast<size_t>(h + 1), 0);
+    folded.assign(static_cast<size_t>(length) * static_cast<size_t>(h + 1), 0.0f);
   } catch (const std::bad_alloc&) {
     return 1;
   }
@@ -638,38 +665,35 @@ int gaussianFilter(ImageRecord* src, ImageRecord* dst, int size) {
                          [&](const RowContext& r) { gaussianRow(r, s, taps, folded, length); });
 }
 
-int maximumFilter(ImageRecord* src, ImageRecord* dst, int size) {
+template <bool kMaximum>
+int extremeFilter(ImageRecord* src, ImageRecord* dst, int size) {
   const int s = oddSize(size);
   std::vector<uint8_t> columns;
   try {
-    columns.assign(roundedToBlocks(paddedBlocks(*src, s)), 0);
+    columns.assign(paddedBlocks(*src, s), 0);
   } catch (const std::bad_alloc&) {
     return 1;
   }
   return runWindowFilter(src, dst, s,
-                         [&](const RowContext& r) { extremeRow<true>(r, s, columns); });
+                         [&](const RowContext& r) { extremeRow<kMaximum>(r, s, columns); });
+}
+
+int maximumFilter(ImageRecord* src, ImageRecord* dst, int size) {
+  return extremeFilter<true>(src, dst, size);
 }
 
 int minimumFilter(ImageRecord* src, ImageRecord* dst, int size) {
-  const int s = oddSize(size);
-  std::vector<uint8_t> columns;
-  try {
-    columns.assign(roundedToBlocks(paddedBlocks(*src, s)), 0);
-  } catch (const std::bad_alloc&) {
-    return 1;
-  }
-  return runWindowFilter(src, dst, s,
-                         [&](const RowContext& r) { extremeRow<false>(r, s, columns); });
+  return extremeFilter<false>(src, dst, size);
 }
 
 int medianBoxFilter(ImageRecord* src, ImageRecord* dst, int size) {
   const int s = oddSize(size);
   const BoxMedianPlan plan = planBoxMedian(s);
-  const size_t length = roundedToBlocks(paddedBlocks(*src, s));
+  const int length = static_cast<int>(paddedBlocks(*src, s));
   std::vector<uint8_t> ranks;
-  std::vector<Bytes16> wires;
+  std::vector<Bytes32> wires;
   try {
-    ranks.assign(length * static_cast<size_t>(s), 0);
+    ranks.assign(static_cast<size_t>(length) * static_cast<size_t>(s), 0);
     wires.resize(static_cast<size_t>(s) * s);
   } catch (const std::bad_alloc&) {
     return 1;
@@ -681,14 +705,13 @@ int medianBoxFilter(ImageRecord* src, ImageRecord* dst, int size) {
 int medianCrossFilter(ImageRecord* src, ImageRecord* dst, int size) {
   const int s = oddSize(size);
   const CrossMedianPlan plan = planCrossMedian(s);
-  std::vector<Bytes16> wires;
+  std::vector<Bytes32> wires;
   try {
     wires.resize(static_cast<size_t>(2 * s - 1));
   } catch (const std::bad_alloc&) {
     return 1;
   }
-  return runWindowFilter(src, dst, s,
-                         [&](const RowContext& r) { crossMedianRow(r, s, plan, wires); });
+  return runWindowFilter(src, dst, s, [&](const RowContext& r) { crossMedianRow(r, plan, wires); });
 }
 
 int reduceNoiseFilter(ImageRecord* src, ImageRecord* dst) {
