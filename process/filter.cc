@@ -24,6 +24,8 @@ namespace {
 constexpr int kLanes = 16;  // bytes per arithmetic block
 constexpr int kWide = 32;   // bytes per comparator-network block; buffers round up to it
 constexpr int kMaxSize = 31;
+// From this size on the sliding histogram beats the comparator network.
+constexpr int kSlidingMedianSize = 9;
 
 typedef uint8_t Bytes32 __attribute__((vector_size(kWide)));
 
@@ -509,6 +511,37 @@ void boxMedianRow(const RowContext& r, int s, const BoxMedianPlan& plan,
   }
 }
 
+// Box median of large windows: a histogram per byte position slides along
+// the row (s bytes leave and s enter per step), and the median level moves
+// from its previous place; `below` counts the window's bytes under it. The
+// median is the level m with below <= s*s/2 < below + count[m], the same
+// byte as sorting gives.
+void slidingMedianRow(const RowContext& r, int s, int width) {
+  const int k = s * s / 2;
+  const int bpp = r.bpp;
+  for (int c = 0; c < bpp; ++c) {
+    uint16_t count[256] = {};
+    for (int q = 0; q < s; ++q)
+      for (int col = 0; col < s; ++col) ++count[r.rows[q][col * bpp + c]];
+    int m = 0, below = 0;
+    while (below + count[m] <= k) below += count[m++];
+    r.out[c] = static_cast<uint8_t>(m);
+    for (int x = 1; x < width; ++x) {
+      const int leave = (x - 1) * bpp + c, enter = (x + s - 1) * bpp + c;
+      for (int q = 0; q < s; ++q) {
+        const uint8_t* row = r.rows[q];
+        const uint8_t out = row[leave], in = row[enter];
+        --count[out];
+        ++count[in];
+        below += (in < m) - (out < m);
+      }
+      while (below > k) below -= count[--m];
+      while (below + count[m] <= k) below += count[m++];
+      r.out[x * bpp + c] = static_cast<uint8_t>(m);
+    }
+  }
+}
+
 // Cross median: the centre column's s bytes on wires 0..s-1 and the centre
 // row's other s-1 bytes on wires s..2s-2, sorted and pruned to the middle.
 struct CrossMedianPlan {
@@ -688,6 +721,11 @@ int minimumFilter(ImageRecord* src, ImageRecord* dst, int size) {
 
 int medianBoxFilter(ImageRecord* src, ImageRecord* dst, int size) {
   const int s = oddSize(size);
+  if (s >= kSlidingMedianSize) {
+    const int width = src->width;
+    return runWindowFilter(src, dst, s,
+                           [&](const RowContext& r) { slidingMedianRow(r, s, width); });
+  }
   const BoxMedianPlan plan = planBoxMedian(s);
   const int length = static_cast<int>(paddedBlocks(*src, s));
   std::vector<uint8_t> ranks;
