@@ -29,9 +29,12 @@ struct SourcePoint {
 };
 
 int32_t toFixed(double v) {
-  // Far-away positions only need to stay far away.
+  // Far-away positions only need to stay far away. Rounding to the nearest
+  // 1/256: shifted to be positive, truncation is floor (no library call).
   v = std::clamp(v, -4194304.0, 4194304.0);
-  return static_cast<int32_t>(std::lround(v * kOne));
+  constexpr double kShift = 1 << 30;
+  return static_cast<int32_t>(static_cast<int64_t>(v * kOne + (kShift + 0.5)) -
+                              static_cast<int64_t>(kShift));
 }
 
 // Inside when within half a pixel of the picture's pixel centres.
