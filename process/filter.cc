@@ -5,8 +5,9 @@
 // blocks of kLanes bytes with a fixed inner count, which lets the compiler
 // turn the per-byte arithmetic into vector code; the buffers carry enough
 // slack that a last, partial block may read and write past the row's end.
-// Medians, maxima and minima use exact shortcuts (separable passes and pruned
-// comparator networks) that give the same byte as sorting the window.
+// Medians, maxima and minima use exact shortcuts (separable passes, pruned
+// comparator networks, a sliding histogram for large windows) that give the
+// same byte as sorting the window.
 #include "process/filter.h"
 
 #include <algorithm>
@@ -41,8 +42,8 @@ int oddSize(int size) {
   return size | 1;
 }
 
-// Truncating n / d for integers n and d with |n| < 2^24 and d > 0, both held
-// exactly in floats. The correctly rounded quotient q' of x = n / d is off by
+// Truncating n / d for integers n and d with |n| < 2^24 and 0 < d < 2^24,
+// both held exactly in floats. The correctly rounded quotient q' of x = n / d is off by
 // at most |x| 2^-24 < 1/d, while a quotient that is not a whole number lies
 // at least 1/d away from one, so truncating q' gives trunc(x). Unlike an
 // integer division by a run-time divisor this runs in vector registers.
@@ -349,11 +350,15 @@ void averageRow(const RowContext& r, int s, std::vector<uint16_t>& columns) {
 
 // The Gaussian's weights depend only on the squared distance from the centre,
 // so the window is folded: V_a adds the two rows a above and a below the
-// centre, and each weight multiplies the sum of the (up to four) cells at row
-// distance a and column distance b. That is the same sum of products as the
-// full window, with (s/2 + 1)^2 multiplications instead of s^2.
+// centre, and one weight multiplies the sum of all cells at row distance a
+// and column distance b or the other way round (up to eight cells). That is
+// the same sum of products as the full window, with one multiplication per
+// distinct pair {a, b}.
 struct GaussTap {
-  int a, b, weight;
+  int weight;
+  int count;      // folded entries added: 1 (centre), 2 (a = b), 3 (a = 0) or 4
+  int plane[4];   // which V_a
+  int column[4];  // column offset from the window's left edge, in pixels
 };
 
 void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
@@ -368,20 +373,57 @@ void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
   for (int i = 0; i < r.n; i += kLanes) {
     float acc[kLanes] = {};
     for (const GaussTap& tap : taps) {
-      const float* v = folded.data() + tap.a * length + i;
-      const float* __restrict left = v + (h - tap.b) * r.bpp;
-      const float* __restrict right = v + (h + tap.b) * r.bpp;
+      const float* p[4] = {};
+      for (int k = 0; k < tap.count; ++k)
+        p[k] = folded.data() + tap.plane[k] * length + i + tap.column[k] * r.bpp;
       const float w = static_cast<float>(tap.weight);
-      if (tap.b == 0) {
-        for (int t = 0; t < kLanes; ++t) acc[t] += w * left[t];
+      const float* __restrict p0 = p[0];
+      if (tap.count == 1) {
+        for (int t = 0; t < kLanes; ++t) acc[t] += w * p0[t];
+      } else if (tap.count == 2) {
+        const float* __restrict p1 = p[1];
+        for (int t = 0; t < kLanes; ++t) acc[t] += w * (p0[t] + p1[t]);
+      } else if (tap.count == 3) {
+        const float* __restrict p1 = p[1];
+        const float* __restrict p2 = p[2];
+        for (int t = 0; t < kLanes; ++t) acc[t] += w * ((p0[t] + p1[t]) + p2[t]);
       } else {
-        for (int t = 0; t < kLanes; ++t) acc[t] += w * (left[t] + right[t]);
+        const float* __restrict p1 = p[1];
+        const float* __restrict p2 = p[2];
+        const float* __restrict p3 = p[3];
+        for (int t = 0; t < kLanes; ++t) acc[t] += w * ((p0[t] + p1[t]) + (p2[t] + p3[t]));
       }
     }
     // No clamping: the low 8 bits of the shifted sum are what is stored.
     for (int t = 0; t < kLanes; ++t)
       out[i + t] = static_cast<uint8_t>(static_cast<int>(acc[t]) >> 11);
   }
+}
+
+// Folded taps of the Gaussian of size s: one per distinct pair a <= b of row
+// and column distances, each naming the folded rows and columns it adds.
+std::vector<GaussTap> gaussianTaps(int s, const std::vector<int>& weights) {
+  const int h = s / 2;
+  std::vector<GaussTap> taps;
+  for (int a = 0; a <= h; ++a)
+    for (int b = a; b <= h; ++b) {
+      GaussTap tap{weights[(h + a) * s + (h + b)], 0, {}, {}};
+      if (tap.weight == 0) continue;
+      auto add = [&](int plane, int column) {
+        tap.plane[tap.count] = plane;
+        tap.column[tap.count] = column;
+        ++tap.count;
+      };
+      // Row distance a (folded into V_a), column distance b; then mirrored.
+      add(a, h - b);
+      if (b != 0) add(a, h + b);
+      if (a != b) {
+        add(b, h - a);
+        if (a != 0) add(b, h + a);
+      }
+      taps.push_back(tap);
+    }
+  return taps;
 }
 
 // ---------------------------------------------------------- maximum, minimum
@@ -683,10 +725,7 @@ int gaussianFilter(ImageRecord* src, ImageRecord* dst, int size) {
   const int h = s / 2;
   std::vector<int> weights(static_cast<size_t>(s) * s);
   gaussianWeights(s, weights.data());
-  std::vector<GaussTap> taps;
-  for (int a = 0; a <= h; ++a)
-    for (int b = 0; b <= h; ++b)
-      if (const int w = weights[(h + a) * s + (h + b)]) taps.push_back({a, b, w});
+  const std::vector<GaussTap> taps = gaussianTaps(s, weights);
   const int length = static_cast<int>(paddedBlocks(*src, s));
   std::vector<float> folded;
   try {
