@@ -84,6 +84,10 @@ bool readInfo(PngState* s) {
   if (setjmp(s->jump)) return false;
   png_set_read_fn(s->png, s, onRead);
   png_set_user_limits(s->png, kMaxDimension, kMaxDimension);
+  // Only IHDR, PLTE, tRNS, IDAT and IEND matter here. Every other chunk is
+  // skipped unread: text, profiles and the like can claim huge lengths, and
+  // libpng only warns before allocating those.
+  png_set_keep_unknown_chunks(s->png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
   png_read_info(s->png, s->info);
   return true;
 }

@@ -565,6 +565,28 @@ TEST(PngDamage, PaletteIndicesPastThePaletteAreClamped) {
   EXPECT_NE(test::load(dir.file("n.png"), pic), 0);
 }
 
+TEST(PngDamage, BrokenOrOversizedAncillaryChunks) {
+  test::TempDir dir;
+  const std::vector<uint8_t> rows = {0, 1, 2, 3, 4};  // 4x1 grey
+  // A text chunk with a broken CRC in front of good image data: harmless.
+  std::vector<uint8_t> png = makePng(4, 1, 8, 0, deflated(rows), {{"tEXt", {'a', 0, 'b'}}});
+  png[33 + 8 + 3 + 1] ^= 0xFF;  // first CRC byte of tEXt (after 3 data bytes)
+  test::writeFile(dir.file("t.png"), png);
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("t.png"), pic), 0);
+  EXPECT_EQ(pic.row(0)[3], 4);
+
+  // A text chunk claiming 1.8 GB in a tiny file: a clean refusal.
+  std::vector<uint8_t> huge = makePng(4, 1, 8, 0, deflated(rows));
+  const uint8_t header[] = {0x6C, 0x00, 0x00, 0x11, 't', 'E', 'X', 't', 'x', 'y', 'z'};
+  huge.insert(huge.begin() + 33, std::begin(header), std::end(header));
+  test::writeFile(dir.file("h.png"), huge);
+  FileInfo info;
+  EXPECT_EQ(test::load(dir.file("h.png"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_ERR_BAD_FILE);
+  EXPECT_STREQ(info.errorText, "truncated file");
+  EXPECT_EQ(pic->pixels, nullptr);
+}
+
 TEST(PngDamage, AbsurdDimensionsAreRefusedBeforeAllocating) {
   test::TempDir dir;
   const std::vector<uint8_t> tiny = deflated({0, 0});
