@@ -9,10 +9,11 @@
 // before). The background is the screen's background colour from the global
 // colour table; with no global table at all it is white (blank paper, as
 // ImageMagick shows it too), and a background index outside the global table
-// gives black. Pixel values beyond the active colour
-// table are drawn as entry 0 of that table, so every output index is valid.
-// A frame without any colour table (neither local nor global) is shown as
-// grey, the pixel value taken as the intensity.
+// gives black. Pixel values beyond the active colour table are drawn as entry
+// 0 of that table, so every output index is valid. A frame without any colour
+// table (neither local nor global) is shown as grey, the pixel value taken as
+// the intensity. A screen declared 0 wide or high takes the first frame's
+// extent.
 //
 // The result stays colour-mapped with the global palette when every frame up
 // to the requested one uses the global table and the background is one of its
@@ -35,7 +36,6 @@ namespace {
 constexpr uint8_t kImageIntroducer = 0x2C;
 constexpr uint8_t kExtensionIntroducer = 0x21;
 constexpr uint8_t kTrailer = 0x3B;
-constexpr uint8_t kGraphicsControlLabel = 0xF9;
 
 struct GifFrame {
   int left = 0, top = 0, width = 0, height = 0;

@@ -127,8 +127,7 @@ TIFF* openClient(const char* mode, thandle_t handle, TiffMessages& messages, TIF
   TIFFOpenOptionsSetErrorHandlerExtR(opts.get(), captureError, &messages);
   TIFFOpenOptionsSetWarningHandlerExtR(opts.get(), dropWarning, nullptr);
   TIFFOpenOptionsSetMaxSingleMemAlloc(opts.get(), libtiffAllocationLimit());
-  return TIFFClientOpenExt("picture", mode, handle, rd, wr, seek, close, size, map, unmap,
-                           opts.get());
+  return TIFFClientOpenExt("TIFF", mode, handle, rd, wr, seek, close, size, map, unmap, opts.get());
 }
 
 TiffPtr openMemory(MemoryFile& file, TiffMessages& messages, const char* mode) {
@@ -655,17 +654,24 @@ void decodeBands(BandJob& job, TIFF* tif, const TiffMessages& messages, ReadCont
   if (bands.init()) return;  // the same geometry was accepted before
   RowConverter converter(job.page, job.plan);
   std::vector<const uint8_t*> planeRows(job.planes);
+  // Kept going past damage, a run of bands that all fail means the rest of
+  // the file is no better: the remaining rows stay blank rather than costing
+  // a conversion each.
+  constexpr int kFailedBandsInARow = 16;
+  int failedInARow = 0;
   while (!job.stop.load(std::memory_order_relaxed)) {
     const uint32_t band = job.next.fetch_add(1);
     if (band >= job.bands) break;
     const uint32_t y0 = band * job.bandRows;
     const uint32_t rows = std::min(job.bandRows, job.page.height - y0);
     uint8_t* target = job.inPlace ? job.out.row(static_cast<int>(y0)) : nullptr;
-    if (!bands.decode(y0, rows, target, job.keepGoing && !job.inPlace)) {
+    if (bands.decode(y0, rows, target, job.keepGoing && !job.inPlace)) {
+      failedInARow = 0;
+    } else {
       std::lock_guard<std::mutex> hold(job.lock);
       if (!job.damaged) job.error = reason(messages, "damaged strip", true);
       job.damaged = true;
-      if (!job.keepGoing) {
+      if (!job.keepGoing || ++failedInARow > kFailedBandsInARow) {
         job.stop = true;
         break;
       }
