@@ -31,9 +31,10 @@ int bytesPerPixelOf(uint16_t type) {
   }
 }
 
-static int64_t strideOf(int64_t width, int bytesPerPixel) {
-  return (width * bytesPerPixel + 3) & ~int64_t{3};
-}
+// Rows are packed: the stride is exactly width x bytes per pixel. Operations
+// that place pixels relative to the end of the row buffer (the horizontal
+// flip) then mirror the picture exactly.
+static int64_t strideOf(int64_t width, int bytesPerPixel) { return width * bytesPerPixel; }
 
 bool sizeAcceptable(int64_t width, int64_t height, int bytesPerPixel) {
   if (width <= 0 || height <= 0 || bytesPerPixel <= 0) return false;
