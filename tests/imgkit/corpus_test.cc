@@ -58,37 +58,120 @@ struct FormatCase {
 // Good files that are refused on purpose, with the reason; anything else that
 // fails to load is a conformance failure.
 const std::map<std::string, std::string>& knownUnsupported() {
-  static const std::map<std::string, std::string> m = {};
+  static const std::map<std::string, std::string> m = {
+      {"gif/pillow/issue_2811.gif", "LZW code size above 8 bits, which the GIF decoder refuses"},
+      {"tiff/libtiffpic/text.tif",
+       "page 0 is short of data at scanline 320; it loads when read errors are ignored"},
+  };
   return m;
 }
 
-// Good files whose pixels legitimately differ from ImageMagick's decode.
+// Good files whose size differs from the manifest's (which records what
+// ImageMagick reports), with the reason.
+const std::map<std::string, std::string>& knownSizeDifferences() {
+  static const std::map<std::string, std::string> m = {
+      {"tiff/pillow/g4_orientation_5.tif", "orientation tag applied (transposed)"},
+      {"tiff/pillow/g4_orientation_6.tif", "orientation tag applied (transposed)"},
+      {"tiff/pillow/g4_orientation_7.tif", "orientation tag applied (transposed)"},
+      {"tiff/pillow/g4_orientation_8.tif", "orientation tag applied (transposed)"},
+  };
+  return m;
+}
+
+// Good files whose pixels legitimately differ from every independent decoder.
 const std::map<std::string, std::string>& knownPixelDifferences() {
-  static const std::map<std::string, std::string> m = {};
+  static const std::string kSigned =
+      "signed samples shown offset by half their range (most negative = black); the other "
+      "decoders show the two's-complement bit pattern";
+  static const std::string kOriented =
+      "orientation tag applied; the other decoders show the stored raster (checked separately "
+      "against orientation 1)";
+  static const std::string kFourBit =
+      "4-bit channels scaled exactly (15 -> 255); the other decoders shift them (15 -> 240)";
+  static const std::map<std::string, std::string> m = {
+      {"tiff/image-tiff/int8.tif", kSigned},
+      {"tiff/image-tiff/seq/seq-1c-i32-99fddec2.tiff", kSigned},
+      {"tiff/image-tiff/seq/seq-1c-i8-f8446bbe.tiff", kSigned},
+      {"tiff/image-tiff/seq/seq-3c-i16-f7fcf423.tiff", kSigned},
+      {"tiff/image-tiff/seq/seq-3c-i8-d7550ce4.tiff", kSigned},
+      {"tiff/pillow/8bit.s.tif", kSigned},
+      {"tiff/pillow/g4_orientation_5.tif", kOriented},
+      {"tiff/pillow/g4_orientation_6.tif", kOriented},
+      {"tiff/pillow/g4_orientation_7.tif", kOriented},
+      {"tiff/pillow/g4_orientation_8.tif", kOriented},
+      {"tiff/pillow/lab.tif",
+       "CIE L*a*b* to RGB differs between decoders (ImageMagick and GraphicsMagick disagree "
+       "with each other too)"},
+      {"bmp/image-rs/V3_X4_R4_G4_B4.bmp", kFourBit},
+      {"bmp/image-rs/V3_X4_R4_G4_B4_Top_Down.bmp", kFourBit},
+  };
   return m;
 }
 
-bool imageMagickDecodes(const Row& r) {
-  return r.oracles.find("im=ok") != std::string::npos ||
-         r.oracles.find("im=warn") != std::string::npos;
+// The logical screen size of a GIF (bytes 6..9): a GIF's pictures are its
+// frames composed on that screen, while the manifest records the first
+// frame's own size.
+bool isGifScreenSize(const std::string& path, int width, int height) {
+  const std::vector<uint8_t> b = test::readFile(path);
+  return b.size() >= 10 && width == (b[6] | b[7] << 8) && height == (b[8] | b[9] << 8);
 }
 
-// ImageMagick's RGBA decode of the first picture, composed on its canvas.
-bool magickRgba(const std::string& path, const std::string& format, int width, int height,
-                std::vector<uint8_t>* rgba) {
-  std::string cmd = "/usr/bin/convert " + test::quote(path + "[0]");
-  if (format == "gif") cmd += " -coalesce";
-  cmd += " -depth 8 rgba:- 2>/dev/null";
+// An independent decoder: a command printing the first picture, composed on
+// its canvas, as raw RGBA ("rgba") or as binary netpbm ("pnm").
+struct Oracle {
+  const char* name;
+  std::string (*command)(const std::string& path, const std::string& format);
+  bool pnm;
+};
+
+std::string imageMagick(const std::string& path, const std::string& format) {
+  return "/usr/bin/convert " + test::quote(path + "[0]") + (format == "gif" ? " -coalesce" : "") +
+         " -depth 8 rgba:- 2>/dev/null";
+}
+std::string graphicsMagick(const std::string& path, const std::string& format) {
+  return "gm convert " + test::quote(path + "[0]") + (format == "gif" ? " -coalesce" : "") +
+         " -depth 8 rgba:- 2>/dev/null";
+}
+// netpbm's converters (and djpeg) print the stored samples with no colour
+// management, which is what the viewer shows.
+std::string netpbm(const std::string& path, const std::string& format) {
+  static const std::map<std::string, std::string> tools = {
+      {"png", "pngtopnm"}, {"tiff", "tifftopnm"}, {"bmp", "bmptopnm"},
+      {"jpeg", "djpeg -pnm"}, {"gif", "giftopnm"}, {"pnm", "pamtopnm"}};
+  auto it = tools.find(format);
+  return it == tools.end() ? "" : it->second + " " + test::quote(path) + " 2>/dev/null";
+}
+
+const Oracle kOracles[] = {
+    {"ImageMagick", imageMagick, false},
+    {"GraphicsMagick", graphicsMagick, false},
+    {"netpbm", netpbm, true},
+};
+
+bool decodeWith(const Oracle& oracle, const std::string& path, const std::string& format,
+                int width, int height, std::vector<uint8_t>* rgba) {
+  const std::string cmd = oracle.command(path, format);
   std::string out;
-  if (test::run(cmd, &out) != 0) return false;
-  if (out.size() != static_cast<size_t>(width) * height * 4) return false;
-  rgba->assign(out.begin(), out.end());
+  if (cmd.empty() || test::run(cmd, &out) != 0) return false;
+  if (!oracle.pnm) {
+    if (out.size() != static_cast<size_t>(width) * height * 4) return false;
+    rgba->assign(out.begin(), out.end());
+    return true;
+  }
+  int w, h;
+  std::vector<uint8_t> rgb;
+  if (!test::parseNetpbm(out, &w, &h, &rgb) || w != width || h != height) return false;
+  rgba->resize(static_cast<size_t>(w) * h * 4);
+  for (size_t i = 0; i < static_cast<size_t>(w) * h; ++i) {
+    for (int c = 0; c < 3; ++c) (*rgba)[i * 4 + c] = rgb[i * 3 + c];
+    (*rgba)[i * 4 + 3] = 255;  // netpbm's main output carries no alpha
+  }
   return true;
 }
 
 // Number of pixels that differ; the first difference is described in `why`.
 long comparePixels(const test::OwnedPicture& pic, const std::vector<uint8_t>& ref, int tolerance,
-                   std::string* why) {
+                   bool referenceHasAlpha, std::string* why) {
   const std::vector<uint8_t> ours = test::toRgb(pic.rec);
   const bool ourAlpha = pic->type == IMK_RGBX;
   long bad = 0;
@@ -99,9 +182,9 @@ long comparePixels(const test::OwnedPicture& pic, const std::vector<uint8_t>& re
       const uint8_t* o = &ours[i * 3];
       const int alpha = ourAlpha ? pic.row(y)[x * 4 + 3] : 255;
       bool differs = false;
-      if (ourAlpha) differs = std::abs(alpha - r[3]) > tolerance;
+      if (ourAlpha && referenceHasAlpha) differs = std::abs(alpha - r[3]) > tolerance;
       // Colours matter only where both sides show them.
-      if (r[3] == 255 && alpha == 255)
+      if (r[3] == 255 && (alpha == 255 || !referenceHasAlpha))
         for (int c = 0; c < 3; ++c) differs |= std::abs(o[c] - r[c]) > tolerance;
       if (differs && bad++ == 0) {
         char buf[160];
@@ -127,6 +210,7 @@ TEST_P(Corpus, GoodFilesLoadWithTheirSizeAndPixels) {
   const auto good = rows("good");
   ASSERT_FALSE(good.empty());
   int loaded = 0, compared = 0, matched = 0, refused = 0;
+  std::map<std::string, int> agreedBy;
   for (const Row* r : good) {
     const std::string path = test::corpusDir() + "/" + r->path;
     test::OwnedPicture pic;
@@ -139,21 +223,41 @@ TEST_P(Corpus, GoodFilesLoadWithTheirSizeAndPixels) {
       continue;
     }
     ++loaded;
-    EXPECT_EQ(pic->width, r->width) << r->path;
-    EXPECT_EQ(pic->height, r->height) << r->path;
-    if (pic->width != r->width || pic->height != r->height || !imageMagickDecodes(*r)) continue;
-    std::vector<uint8_t> ref;
-    if (!magickRgba(path, r->format, r->width, r->height, &ref)) continue;
+    const bool sizeKnownToDiffer = knownSizeDifferences().count(r->path) > 0 ||
+                                   (r->format == "gif" && isGifScreenSize(path, pic->width, pic->height));
+    if (!sizeKnownToDiffer) {
+      EXPECT_EQ(pic->width, r->width) << r->path;
+      EXPECT_EQ(pic->height, r->height) << r->path;
+    }
+    // Pixels must agree with at least one independent decoder that reads the
+    // file; decoders disagree among themselves on colour management and on
+    // rarely used variants.
+    std::string why, agreeing;
+    int decoders = 0;
+    for (const Oracle& oracle : kOracles) {
+      std::vector<uint8_t> ref;
+      if (!decodeWith(oracle, path, r->format, pic->width, pic->height, &ref)) continue;
+      ++decoders;
+      std::string detail;
+      if (comparePixels(pic, ref, GetParam().tolerance, !oracle.pnm, &detail) == 0) {
+        agreeing = oracle.name;
+        break;
+      }
+      why += std::string(" ") + oracle.name + ": " + detail + ";";
+    }
+    if (decoders == 0) continue;
     ++compared;
-    std::string why;
-    const long bad = comparePixels(pic, ref, GetParam().tolerance, &why);
-    if (bad == 0)
+    if (!agreeing.empty()) {
       ++matched;
-    else if (!knownPixelDifferences().count(r->path))
-      ADD_FAILURE() << r->path << ": " << bad << " pixels differ from ImageMagick, " << why;
+      ++agreedBy[agreeing];
+    } else if (!knownPixelDifferences().count(r->path)) {
+      ADD_FAILURE() << r->path << ": no independent decoder agrees." << why;
+    }
   }
-  std::printf("[corpus %s] good: %d/%zu loaded, %d refused; pixels: %d/%d match ImageMagick\n",
-              GetParam().format, loaded, good.size(), refused, matched, compared);
+  std::string by;
+  for (const auto& [name, n] : agreedBy) by += " " + name + " " + std::to_string(n);
+  std::printf("[corpus %s] good: %d/%zu loaded, %d refused; pixels: %d/%d agree (%s )\n",
+              GetParam().format, loaded, good.size(), refused, matched, compared, by.c_str());
 }
 
 TEST_P(Corpus, BadFilesAreRefusedWithoutCrashing) {
@@ -216,6 +320,26 @@ TEST_P(Corpus, HeaderInformationAgreesWithTheLoad) {
     EXPECT_GT(info.planes * info.bitsPerPlane, 0) << r->path;
   }
   EXPECT_GT(checked, 0);
+}
+
+// Every orientation of the same G4 page displays the same text: the decoded
+// pictures agree with orientation 1 but for a few edge pixels of the glyphs.
+TEST(CorpusTiff, EveryOrientationDisplaysLikeOrientationOne) {
+  const std::string dir = test::corpusDir() + "/tiff/pillow/";
+  test::OwnedPicture first;
+  ASSERT_EQ(test::load(dir + "g4_orientation_1.tif", first), 0);
+  const std::vector<uint8_t> reference = test::toRgb(first.rec);
+  for (int i = 2; i <= 8; ++i) {
+    test::OwnedPicture pic;
+    const std::string name = "g4_orientation_" + std::to_string(i) + ".tif";
+    ASSERT_EQ(test::load(dir + name, pic), 0) << name;
+    ASSERT_EQ(pic->width, first->width) << name;
+    ASSERT_EQ(pic->height, first->height) << name;
+    const std::vector<uint8_t> rgb = test::toRgb(pic.rec);
+    long differing = 0;
+    for (size_t p = 0; p < rgb.size(); p += 3) differing += rgb[p] != reference[p];
+    EXPECT_LT(differing, static_cast<long>(rgb.size() / 3 / 200)) << name;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, Corpus,

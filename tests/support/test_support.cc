@@ -141,7 +141,7 @@ int run(const std::string& command, std::string* out) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-static bool parseNetpbm(const std::string& data, int* width, int* height, std::vector<uint8_t>* rgb) {
+bool parseNetpbm(const std::string& data, int* width, int* height, std::vector<uint8_t>* rgb) {
   size_t pos = 2;
   auto next = [&]() -> long {
     while (pos < data.size()) {
@@ -166,7 +166,7 @@ static bool parseNetpbm(const std::string& data, int* width, int* height, std::v
   if (kind != '5' && kind != '6' && kind != '4') return false;
   const long w = next(), h = next();
   const long maxval = kind == '4' ? 1 : next();
-  if (w <= 0 || h <= 0 || maxval <= 0 || maxval > 255) return false;
+  if (w <= 0 || h <= 0 || maxval <= 0 || maxval > 65535) return false;
   ++pos;
   *width = static_cast<int>(w), *height = static_cast<int>(h);
   rgb->assign(static_cast<size_t>(w * h * 3), 0);
@@ -181,11 +181,14 @@ static bool parseNetpbm(const std::string& data, int* width, int* height, std::v
     return true;
   }
   const int ch = kind == '6' ? 3 : 1;
-  if (data.size() < pos + static_cast<size_t>(w * h * ch)) return false;
+  const int sampleBytes = maxval > 255 ? 2 : 1;
+  if (data.size() < pos + static_cast<size_t>(w * h * ch * sampleBytes)) return false;
   for (long i = 0; i < w * h; ++i)
     for (int c = 0; c < 3; ++c) {
-      const long v = static_cast<unsigned char>(data[pos + i * ch + (ch == 3 ? c : 0)]);
-      (*rgb)[i * 3 + c] = static_cast<uint8_t>(v * 255 / maxval);
+      const size_t at = pos + static_cast<size_t>((i * ch + (ch == 3 ? c : 0)) * sampleBytes);
+      long v = static_cast<unsigned char>(data[at]);
+      if (sampleBytes == 2) v = v * 256 + static_cast<unsigned char>(data[at + 1]);
+      (*rgb)[i * 3 + c] = static_cast<uint8_t>((v * 255 + maxval / 2) / maxval);
     }
   return true;
 }
