@@ -10,6 +10,6 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 "$build/samples/make_samples" "$work"
 tiffcp "$work/page1.tif" "$work/page2.tif" "$work/page3.tif" "$work/pages.tif"
-rm "$work"/page?.tif
+rm "$work"/page[123].tif
 cp "$work"/* "$top/samples/"
 ls -l "$top/samples"
