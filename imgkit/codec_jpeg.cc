@@ -44,7 +44,6 @@ struct ErrorManager {
   std::jmp_buf jump;
   // Reading without IMK_FLAG_IGNORE_ERRORS: a corrupt-data warning is fatal.
   bool stopOnWarning = false;
-  bool failed = false;  // an error (not a warning) ended the work
   char error[JMSG_LENGTH_MAX] = {};
   char warning[JMSG_LENGTH_MAX] = {};  // the first corrupt-data warning
 };
@@ -54,7 +53,6 @@ ErrorManager* errorsOf(j_common_ptr cinfo) { return reinterpret_cast<ErrorManage
 [[noreturn]] void onError(j_common_ptr cinfo) {
   ErrorManager* err = errorsOf(cinfo);
   if (!err->error[0]) (*cinfo->err->format_message)(cinfo, err->error);
-  err->failed = true;
   std::longjmp(err->jump, 1);
 }
 
@@ -74,7 +72,6 @@ void onMessage(j_common_ptr cinfo, int level) {
   if (!err->warning[0]) (*cinfo->err->format_message)(cinfo, err->warning);
   if (err->stopOnWarning) {
     std::snprintf(err->error, sizeof err->error, "%s", err->warning);
-    err->failed = true;
     std::longjmp(err->jump, 1);
   }
 }
@@ -91,7 +88,6 @@ void installErrors(ErrorManager& err, j_common_ptr cinfo) {
 [[noreturn]] void failWith(j_common_ptr cinfo, const char* text) {
   ErrorManager* err = errorsOf(cinfo);
   std::snprintf(err->error, sizeof err->error, "%s", text);
-  err->failed = true;
   std::longjmp(err->jump, 1);
 }
 
@@ -138,8 +134,8 @@ bool readHeaders(Decoder* d, const uint8_t* data, size_t size) {
   return true;
 }
 
-// Picks the smallest N/8 DCT scale whose output still covers target x target
-// height, then leaves cinfo's output dimensions at that scale.
+// Picks the smallest N/8 DCT scale whose output still covers targetWidth x
+// targetHeight, and leaves cinfo's output dimensions at that scale.
 bool chooseScale(Decoder* d, int32_t targetWidth, int32_t targetHeight) {
   if (setjmp(d->err.jump)) return false;
   for (unsigned n = 1; n <= 8; ++n) {
@@ -406,10 +402,12 @@ int compress(Encoder* e, const ImageRecord* pic, uint8_t* line, WriteContext* ct
     if (ctx->progress.advance(y + 1)) return IMK_ERR_STOPPED;
   }
   jpeg_finish_compress(cinfo);
-  return ferror(e->dest.file) ? IMK_ERR_WRITE : IMK_OK;
+  return std::ferror(e->dest.file) ? IMK_ERR_WRITE : IMK_OK;
 }
 
 int write(WriteContext& ctx, const ImageRecord& pic) {
+  // Frame dimensions are 16-bit fields and libjpeg stops at 65500.
+  if (pic.width > JPEG_MAX_DIMENSION || pic.height > JPEG_MAX_DIMENSION) return IMK_ERR_CANNOT_SAVE;
   FILE* file = ctx.out.file();
   if (!file) return IMK_ERR_WRITE;
   const bool grey = pic.type == IMK_BINARY || pic.type == IMK_GREY;

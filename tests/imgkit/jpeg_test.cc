@@ -194,6 +194,17 @@ TEST(JpegWrite, QualityChangesSizeDefaultsTo75AndClampsAt100) {
   EXPECT_EQ(sizeAt(250), q100);  // beyond 100 is 100
 }
 
+TEST(JpegWrite, PicturesWiderThanTheFormatAllowsCannotBeSaved) {
+  test::TempDir dir;
+  OwnedPicture wide;
+  ASSERT_TRUE(imkAllock(&wide.rec, IMK_GREY, 8, 65501, 2));
+  EXPECT_EQ(test::save(dir.file("w.jpg"), wide.rec, "jpeg"), IMK_ERR_CANNOT_SAVE);
+  EXPECT_FALSE(test::fileExists(dir.file("w.jpg")));
+  OwnedPicture widest;
+  ASSERT_TRUE(imkAllock(&widest.rec, IMK_GREY, 8, 65500, 2));
+  EXPECT_EQ(test::save(dir.file("w.jpg"), widest.rec, "jpeg"), 0);
+}
+
 TEST(JpegWrite, ProgressiveOptionWritesSof2AndDecodesLikeBaseline) {
   test::TempDir dir;
   OwnedPicture pic, base, prog;
