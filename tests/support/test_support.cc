@@ -188,7 +188,10 @@ bool parseNetpbm(const std::string& data, int* width, int* height, std::vector<u
       const size_t at = pos + static_cast<size_t>((i * ch + (ch == 3 ? c : 0)) * sampleBytes);
       long v = static_cast<unsigned char>(data[at]);
       if (sampleBytes == 2) v = v * 256 + static_cast<unsigned char>(data[at + 1]);
-      (*rgb)[i * 3 + c] = static_cast<uint8_t>((v * 255 + maxval / 2) / maxval);
+      // 8-bit levels scale by truncation, as the picture record's level ramp
+      // does; 16-bit samples round to the nearest 8-bit value.
+      (*rgb)[i * 3 + c] = static_cast<uint8_t>(sampleBytes == 2 ? (v * 255 + maxval / 2) / maxval
+                                                                 : v * 255 / maxval);
     }
   return true;
 }

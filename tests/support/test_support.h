@@ -58,7 +58,7 @@ int maxDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b);
 // Runs a shell command; returns its exit status and, when `out` is given,
 // its standard output.
 int run(const std::string& command, std::string* out = nullptr);
-// Parses binary PBM/PGM/PPM text (maxval up to 65535, rounded to 8 bits) into RGB.
+// Parses binary PBM/PGM/PPM text (maxval up to 65535) into 8-bit RGB.
 bool parseNetpbm(const std::string& data, int* width, int* height, std::vector<uint8_t>* rgb);
 // Reads a binary PPM/PGM/PBM written by an independent tool into RGB.
 bool readNetpbmAsRgb(const std::string& path, int* width, int* height, std::vector<uint8_t>* rgb);
