@@ -8,7 +8,6 @@
 // Every setjmp lives in a small function whose frame holds only plain data, so
 // that the longjmp never skips a destructor; the objects that own memory live
 // in the callers.
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <csetjmp>
@@ -213,19 +212,6 @@ DecodeResult decodeRows(Decoder* d, JSAMPROW* rows, ReadContext* ctx, JDIMENSION
   return DecodeResult::kDone;
 }
 
-// A large picture is written once from top to bottom right after it was
-// allocated: every 4 KiB page costs a fault. Asking for huge pages cuts the
-// faults of a 24-megapixel picture from ~18000 to ~40 (a no-op where the
-// system does not offer them).
-void adviseHugePages(const ImageRecord& rec) {
-  constexpr uintptr_t kHuge = uintptr_t{2} << 20;
-  const auto begin = reinterpret_cast<uintptr_t>(rec.pixels);
-  const uintptr_t end = begin + static_cast<size_t>(rec.bytesPerLine) * rec.height;
-  const uintptr_t first = (begin + kHuge - 1) & ~(kHuge - 1);
-  const uintptr_t last = end & ~(kHuge - 1);
-  if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-}
-
 void fillHeader(ReadContext& ctx, const jpeg_decompress_struct& cinfo) {
   ctx.header.width = static_cast<int32_t>(cinfo.image_width);
   ctx.header.height = static_cast<int32_t>(cinfo.image_height);
@@ -289,7 +275,6 @@ int read(ReadContext& ctx, Picture& out) {
     return sizeAcceptable(width, height, kind == IMK_GREY ? 1 : 3)
                ? ctx.fail(IMK_ERR_MEMORY, "not enough memory")
                : ctx.fail(IMK_ERR_BAD_FILE, "picture too large");
-  adviseHugePages(out.rec());
   std::vector<JSAMPROW> rows(static_cast<size_t>(height));
   for (int32_t y = 0; y < height; ++y) rows[static_cast<size_t>(y)] = out.row(y);
 

@@ -15,7 +15,6 @@
 // Every setjmp lives in a small function whose frame holds only plain data,
 // so the longjmp never skips a destructor.
 #include <png.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <csetjmp>
@@ -227,19 +226,6 @@ DecodeResult decodeRows(PngState* s, uint8_t* const* rows, int height, int width
   return DecodeResult::kDone;
 }
 
-// A large picture is written once from top to bottom right after it was
-// allocated: every 4 KiB page costs a fault. Asking for huge pages cuts the
-// faults of a 12-megapixel picture from ~9000 to ~20 (a no-op where the
-// system does not offer them).
-void adviseHugePages(const ImageRecord& rec) {
-  constexpr uintptr_t kHuge = uintptr_t{2} << 20;
-  const auto begin = reinterpret_cast<uintptr_t>(rec.pixels);
-  const uintptr_t end = begin + static_cast<size_t>(rec.bytesPerLine) * rec.height;
-  const uintptr_t first = (begin + kHuge - 1) & ~(kHuge - 1);
-  const uintptr_t last = end & ~(kHuge - 1);
-  if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-}
-
 bool sniff(const uint8_t* data, size_t size) {
   return size >= sizeof kSignature && std::memcmp(data, kSignature, sizeof kSignature) == 0;
 }
@@ -284,7 +270,6 @@ int read(ReadContext& ctx, Picture& out) {
     limit = count;
   }
 
-  adviseHugePages(rec);
   std::vector<uint8_t*> rows(static_cast<size_t>(height));
   for (int32_t y = 0; y < height; ++y) rows[static_cast<size_t>(y)] = out.row(y);
   int64_t rowsDone = 0;

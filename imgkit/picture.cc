@@ -1,6 +1,9 @@
 // Allocation and release of picture records, and the pixel helpers that turn
 // any picture kind into rows of R,G,B, R,G,B,A or grey for the writers.
+#include <sys/mman.h>
+
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 
 #include "imgkit/internal.h"
@@ -187,6 +190,18 @@ void simplifyMappedPicture(ImageRecord& rec) {
 
 using namespace imk;
 
+// Large pixel buffers are fresh mappings: asking for huge pages before the
+// first touch cuts the page faults of a 24-megapixel picture from thousands
+// to a few dozen (a no-op where the system does not offer them).
+static void adviseHugePages(void* buffer, size_t bytes) {
+  constexpr uintptr_t kHuge = uintptr_t{2} << 20;
+  if (bytes < 4 * kHuge) return;
+  const auto begin = reinterpret_cast<uintptr_t>(buffer);
+  const uintptr_t first = (begin + kHuge - 1) & ~(kHuge - 1);
+  const uintptr_t last = (begin + bytes) & ~(kHuge - 1);
+  if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+}
+
 extern "C" int16_t imkAllock(ImageRecord* picture, uint16_t type, int16_t bitsPerComponent,
                              int32_t width, int32_t height) {
   if (!picture) return 0;
@@ -205,6 +220,7 @@ extern "C" int16_t imkAllock(ImageRecord* picture, uint16_t type, int16_t bitsPe
     std::free(pixels);
     return 0;
   }
+  adviseHugePages(pixels, bytes);
   std::memset(picture, 0, sizeof *picture);
   picture->width = width;
   picture->height = height;
