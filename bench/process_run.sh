@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Picture operations of process/ side by side with ImageMagick, GraphicsMagick
 # and libvips on the same 12-megapixel RGB PPM, every tool single-threaded.
-#   bench/process_run.sh [workdir]      (RUNS=n sets the runs per command)
+#   bench/process_run.sh [workdir]
+# RUNS (3) runs per command; SLOW (10 s) commands slower than this run once;
+# LIMIT (60 s) commands slower than this are stopped and shown as ">60".
 #
 # Ours: the in-process time of the operation alone (bench_process, best of
 # RUNS). Peers: each command is timed whole with hyperfine (best of RUNS), and
@@ -17,6 +19,8 @@ set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 work=${1:-/tmp/vimora-pbench}
 runs=${RUNS:-3}
+slow=${SLOW:-10}   # seconds: slower commands run once
+limit=${LIMIT:-60} # seconds: slower commands are stopped
 build=$top/build/release
 command -v hyperfine >/dev/null || "$top/scripts/setup.sh" bench
 [ -f "$build/build.ninja" ] ||
@@ -40,24 +44,41 @@ fi
 out=$work/out
 printf '3 3 1 0\n0 -1 0\n-1 5 -1\n0 -1 0\n' >"$work/sharpen.mat"
 
-best_of() {  # best wall seconds of a command
-  hyperfine -N --warmup 1 --runs "$runs" --export-csv "$work/t.csv" "$1" >/dev/null 2>&1 ||
-    hyperfine --warmup 1 --runs "$runs" --export-csv "$work/t.csv" "$1" >/dev/null 2>&1 ||
-    { echo "-"; return; }
-  awk -F, 'NR==2{print $7}' "$work/t.csv"
+# Best wall seconds of a command. The first run is the warm-up; a command that
+# takes longer than $slow seconds is not repeated (that run is its time), and
+# one still running after $limit seconds is stopped and reported as ">limit".
+best_of() {
+  local t0 t1 rc=0
+  t0=$(date +%s.%N)
+  timeout "$limit" $1 >/dev/null 2>&1 || rc=$?
+  t1=$(date +%s.%N)
+  [ "$rc" = 124 ] && { echo ">$limit"; return; }
+  [ "$rc" != 0 ] && { echo "-"; return; }
+  if awk -v a="$t0" -v b="$t1" -v s="$slow" 'BEGIN{exit !(b - a > s)}'; then
+    awk -v a="$t0" -v b="$t1" 'BEGIN{printf "%.4f", b - a}'
+    return
+  fi
+  hyperfine -N --runs "$runs" --export-csv "$work/t.csv" "$1" >/dev/null 2>&1 || { echo "-"; return; }
+  # The command may hold commas: count the min column from the end.
+  awk -F, 'NR==2{printf "%.4f", $(NF - 1)}' "$work/t.csv"
 }
 
 # Plain read-and-write of each tool, subtracted from its operation times.
-declare -A base
+declare -A base vbase
+vbase[vips]="vips copy $in $out.ppm"
+vbase[vpng]="vips pngsave $in $out.png --compression 0"
 base[im]=$(best_of "$im $in $out.ppm")
 base[gm]=$(best_of "$gm $in $out.ppm")
-base[vips]=$(best_of "vips copy $in $out.ppm")
-base[vpng]=$(best_of "vips pngsave $in $out.png --compression 0")
+base[vips]=$(best_of "${vbase[vips]}")
+base[vpng]=$(best_of "${vbase[vpng]}")
 peer_cost() {  # base-name command: the operation's own cost, or "-"
   [ -z "$2" ] && { echo "-"; return; }
   local t
   t=$(best_of "$2")
-  [ "$t" = "-" ] && { echo "-"; return; }
+  case $t in
+    -*) echo "-"; return ;;
+    ">"*) awk -v t="${t#>}" -v b="${base[$1]}" 'BEGIN{printf ">%.1f", t - b}'; return ;;
+  esac
   awk -v t="$t" -v b="${base[$1]}" 'BEGIN{d=t-b; if(d<0)d=0; printf "%.4f", d}'
 }
 
@@ -67,7 +88,7 @@ while read -r name t; do mine[$name]=$t; done < <("$ours" --repeat "$runs" "$in"
 floor=${mine[copy]}
 
 printf 'Picture: %s (4000x3000 RGB), best of %s runs, single-threaded.\n' "$in" "$runs"
-printf 'Peer read+write subtracted: ImageMagick %s s, GraphicsMagick %s s, vips %s s (ppm), %s s (png)\n' \
+printf 'Peer read+write (first measure; each row re-measures its own): ImageMagick %s s, GraphicsMagick %s s, vips %s s (ppm), %s s (png)\n' \
   "${base[im]}" "${base[gm]}" "${base[vips]}" "${base[vpng]}"
 printf 'Floor: new picture + memcpy %s s; memcpy into a mapped buffer %s s\n\n' \
   "$floor" "${mine[memcpy-warm]}"
@@ -76,17 +97,28 @@ printf '%-20s %9s %9s %9s %9s %-6s %8s %8s  %s\n' operation "ours(s)" "IM(s)" "G
 
 row() {  # label our-name im-args gm-args vips-command [vips-base]
   local label=$1 o=${mine[$2]} i g v
+  # The machine's load drifts: each row subtracts read-and-write times
+  # measured next to it.
+  [ -n "$3" ] && base[im]=$(best_of "$im $in $out.ppm")
+  [ -n "$4" ] && base[gm]=$(best_of "$gm $in $out.ppm")
+  [ -n "$5" ] && base[${6:-vips}]=$(best_of "${vbase[${6:-vips}]}")
   i=$(peer_cost im "${3:+$im $in $3 $out.ppm}")
   g=$(peer_cost gm "${4:+$gm $in $4 $out.ppm}")
   v=$(peer_cost "${6:-vips}" "$5")
   awk -v l="$label" -v o="$o" -v i="$i" -v g="$g" -v v="$v" -v f="$floor" 'BEGIN{
-    best = ""; bt = 1e9
-    if (i != "-" && i + 0 < bt) { bt = i + 0; best = "IM" }
-    if (g != "-" && g + 0 < bt) { bt = g + 0; best = "GM" }
-    if (v != "-" && v + 0 < bt) { bt = v + 0; best = "vips" }
+    # ">x": the peer was stopped after x seconds, its cost is at least x
+    # (less its read and write): the ratio is then a lower bound.
+    best = ""; bt = 1e9; lower = 0
+    n = split(i " " g " " v, c, " "); split("IM GM vips", who, " ")
+    for (k = 1; k <= 3; ++k) {
+      if (c[k] == "-") continue
+      x = c[k]; gt = sub(/^>/, "", x)
+      if (x + 0 < bt) { bt = x + 0; best = who[k]; lower = gt }
+    }
     r = (o > 0) ? bt / o : 0
     ok = (r >= 3) ? "yes" : (o <= 3 * f ? "yes(copy)" : "NO")
-    printf "%-20s %9.4f %9s %9s %9s %-6s %8.2f %8.1f  %s\n", l, o, i, g, v, best, r, o / f, ok
+    rs = sprintf(lower ? ">%.2f" : "%.2f", r)
+    printf "%-20s %9.4f %9s %9s %9s %-6s %8s %8.1f  %s\n", l, o, i, g, v, best, rs, o / f, ok
   }'
 }
 
