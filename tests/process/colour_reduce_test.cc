@@ -17,37 +17,16 @@
 namespace {
 
 using test::OwnedPicture;
+using test::pixelsOf;
+
+// Stores a colour; the pictures here are always true colour.
+void putRgb(OwnedPicture& p, int x, int y, uint8_t r, uint8_t g, uint8_t b) {
+  ASSERT_TRUE(test::storeRgb(p, x, y, r, g, b)) << "not a true-colour layout";
+}
 
 void allocate(OwnedPicture& p, uint16_t type, int w, int h) {
   p.reset();
   ASSERT_NE(imkAllock(&p.rec, type, 8, w, h), 0);
-}
-
-void putRgb(OwnedPicture& p, int x, int y, uint8_t r, uint8_t g, uint8_t b) {
-  uint8_t* px = p.row(y) + x * p->bytesPerPixel;
-  switch (p->type) {
-    case IMK_RGB:
-    case IMK_RGBX:
-      px[0] = r, px[1] = g, px[2] = b;
-      break;
-    case IMK_BGR:
-      px[0] = b, px[1] = g, px[2] = r;
-      break;
-    case IMK_XBGR:
-      px[1] = b, px[2] = g, px[3] = r;
-      break;
-    default:
-      FAIL() << "not a true-colour layout";
-  }
-}
-
-std::vector<uint8_t> pixelsOf(const ImageRecord& r) {
-  std::vector<uint8_t> out;
-  for (int y = 0; y < r.height; ++y) {
-    const uint8_t* row = r.pixels + static_cast<size_t>(y) * r.bytesPerLine;
-    out.insert(out.end(), row, row + r.width * r.bytesPerPixel);
-  }
-  return out;
 }
 
 std::vector<uint8_t> paletteOf(const ImageRecord& r) {

@@ -46,12 +46,17 @@ void makePattern(OwnedPicture& pic, uint16_t type, int width, int height, int le
     for (int x = 0; x < width; ++x) {
       const unsigned v = static_cast<unsigned>(x * 7 + y * 13 + ((x ^ y) & 5));
       switch (type) {
-        case IMK_BINARY: row[x] = ((x / 3 + y / 2) & 1) ^ (x == y); break;
+        case IMK_BINARY:
+          row[x] = ((x / 3 + y / 2) & 1) ^ (x == y);
+          break;
         case IMK_GREY:
-        case IMK_MAPPED: row[x] = static_cast<uint8_t>(v % static_cast<unsigned>(levels)); break;
+        case IMK_MAPPED:
+          row[x] = static_cast<uint8_t>(v % static_cast<unsigned>(levels));
+          break;
         default:
           for (int c = 0; c < r.bytesPerPixel; ++c)
-            row[x * r.bytesPerPixel + c] = static_cast<uint8_t>(v * (c + 1) + c * 60 + (y & 3) * 17);
+            row[x * r.bytesPerPixel + c] =
+                static_cast<uint8_t>(v * (c + 1) + c * 60 + (y & 3) * 17);
       }
     }
   }
@@ -79,6 +84,34 @@ int save(const std::string& path, const ImageRecord& pic, const char* shortName,
   return imkSave(path.c_str(), &pic, &o);
 }
 
+bool storeRgb(OwnedPicture& pic, int x, int y, uint8_t r, uint8_t g, uint8_t b) {
+  uint8_t* px = pic.row(y) + x * pic->bytesPerPixel;
+  switch (pic->type) {
+    case IMK_RGB:
+    case IMK_RGBX:
+      px[0] = r, px[1] = g, px[2] = b;
+      return true;
+    case IMK_BGR:
+      px[0] = b, px[1] = g, px[2] = r;
+      return true;
+    case IMK_XBGR:
+      px[1] = b, px[2] = g, px[3] = r;
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::vector<uint8_t> pixelsOf(const ImageRecord& pic) {
+  std::vector<uint8_t> out;
+  const size_t rowBytes = static_cast<size_t>(pic.width) * pic.bytesPerPixel;
+  for (int y = 0; y < pic.height; ++y) {
+    const uint8_t* row = pic.pixels + static_cast<size_t>(y) * pic.bytesPerLine;
+    out.insert(out.end(), row, row + rowBytes);
+  }
+  return out;
+}
+
 std::vector<uint8_t> toRgb(const ImageRecord& pic) {
   std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 3);
   for (int y = 0; y < pic.height; ++y) {
@@ -86,14 +119,17 @@ std::vector<uint8_t> toRgb(const ImageRecord& pic) {
     uint8_t* o = &out[static_cast<size_t>(y) * pic.width * 3];
     for (int x = 0; x < pic.width; ++x, o += 3) {
       switch (pic.type) {
-        case IMK_BINARY: o[0] = o[1] = o[2] = row[x] ? 255 : 0; break;
+        case IMK_BINARY:
+          o[0] = o[1] = o[2] = row[x] ? 255 : 0;
+          break;
         case IMK_GREY: {
           const int n = pic.colorCount > 1 ? pic.colorCount : 256;
           o[0] = o[1] = o[2] = static_cast<uint8_t>(row[x] * 255 / (n - 1));
           break;
         }
         case IMK_MAPPED:
-          o[0] = pic.palette[row[x]], o[1] = pic.palette[256 + row[x]], o[2] = pic.palette[512 + row[x]];
+          o[0] = pic.palette[row[x]], o[1] = pic.palette[256 + row[x]],
+          o[2] = pic.palette[512 + row[x]];
           break;
         case IMK_RGB:
         case IMK_RGBX: {
@@ -191,7 +227,7 @@ bool parseNetpbm(const std::string& data, int* width, int* height, std::vector<u
       // 8-bit levels scale by truncation, as the picture record's level ramp
       // does; 16-bit samples round to the nearest 8-bit value.
       (*rgb)[i * 3 + c] = static_cast<uint8_t>(sampleBytes == 2 ? (v * 255 + maxval / 2) / maxval
-                                                                 : v * 255 / maxval);
+                                                                : v * 255 / maxval);
     }
   return true;
 }
@@ -218,12 +254,14 @@ bool fileExists(const std::string& path) {
 
 std::vector<uint8_t> readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)),
+                              std::istreambuf_iterator<char>());
 }
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
   std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
 }
 
 std::string corpusDir() { return VIMORA_CORPUS_DIR; }

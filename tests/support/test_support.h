@@ -46,8 +46,14 @@ void makePattern(OwnedPicture& pic, uint16_t type, int width, int height, int le
 int load(const std::string& path, OwnedPicture& pic, int pictureIndex = 0, uint16_t flags = 0,
          FileInfo* info = nullptr);
 // Saves with the format of that short name; quality/options as given.
-int save(const std::string& path, const ImageRecord& pic, const char* shortName,
-         int quality = 0, int option = 0, int option2 = 0);
+int save(const std::string& path, const ImageRecord& pic, const char* shortName, int quality = 0,
+         int option = 0, int option2 = 0);
+
+// Writes a colour into a true-colour pixel, byte positions spelled out per
+// layout; false for a picture that is not true colour.
+bool storeRgb(OwnedPicture& pic, int x, int y, uint8_t r, uint8_t g, uint8_t b);
+// The pixel bytes row after row, without any padding past width x bpp.
+std::vector<uint8_t> pixelsOf(const ImageRecord& pic);
 
 // Pixels as interleaved 8-bit RGB (any kind), for comparisons.
 std::vector<uint8_t> toRgb(const ImageRecord& pic);
