@@ -12,8 +12,10 @@ namespace {
 // Index order is part of the interface (callers remember indices), so new
 // formats are appended.
 const Codec* const kRegistry[] = {
-    &kJpegCodec, &kPngCodec, &kGifCodec, &kTiffCodec, &kBmpCodec,
-    &kPbmCodec,  &kPgmCodec, &kPpmCodec, &kPamCodec,  &kRawCodec,
+    &kJpegCodec, &kPngCodec, &kGifCodec,  &kTiffCodec, &kBmpCodec, &kPbmCodec, &kPgmCodec,
+    &kPpmCodec,  &kPamCodec, &kRawCodec,  &kPcxCodec,  &kTgaCodec, &kSgiCodec, &kIffCodec,
+    &kSoftCodec, &kSunCodec, &kXbmCodec,  &kXpmCodec,  &kIcoCodec, &kCurCodec, &kWebpCodec,
+    &kJp2Codec,  &kJ2kCodec, &kHeifCodec, &kAvifCodec, &kPsdCodec,
 };
 constexpr int kRegistrySize = static_cast<int>(sizeof kRegistry / sizeof kRegistry[0]);
 
@@ -46,7 +48,8 @@ void fillInfo(FileInfo* info, int index, const HeaderInfo& h, const std::string&
   if (!info) return;
   std::memset(info, 0, sizeof *info);
   info->formatIndex = static_cast<int16_t>(index);
-  if (const Codec* c = codecAt(index)) copyText(info->formatName, sizeof info->formatName, c->displayName);
+  if (const Codec* c = codecAt(index))
+    copyText(info->formatName, sizeof info->formatName, c->displayName);
   info->width = h.width;
   info->height = h.height;
   info->planes = h.planes;
@@ -83,7 +86,8 @@ extern "C" void imkDefaultOption(LoadOptions* o) {
   o->reserved38 = 1;
 }
 
-extern "C" int imkLoad(const char* path, ImageRecord* picture, LoadOptions* options, FileInfo* info) {
+extern "C" int imkLoad(const char* path, ImageRecord* picture, LoadOptions* options,
+                       FileInfo* info) {
   if (!picture || !path) return IMK_ERR_OPEN;
   picture->palette = nullptr;
   picture->pixels = nullptr;
@@ -135,7 +139,8 @@ extern "C" int imkFileInformation(const char* path, int16_t formatIndex, int32_t
   return rc;
 }
 
-extern "C" int16_t imkSave(const char* path, const ImageRecord* picture, const LoadOptions* options) {
+extern "C" int16_t imkSave(const char* path, const ImageRecord* picture,
+                           const LoadOptions* options) {
   if (!picture || !picture->pixels || picture->width <= 0 || picture->height <= 0 ||
       bytesPerPixelOf(picture->type) == 0)
     return IMK_ERR_CANNOT_SAVE;
@@ -167,7 +172,8 @@ extern "C" void imkGetInfo(int16_t index, FormatInfo* info) {
   copyText(info->name, sizeof info->name, c->displayName);
   for (int i = 0; i < IMK_MAX_EXTENSIONS - 1 && c->extensions[i]; ++i)
     copyText(info->extensions[i], sizeof info->extensions[i], c->extensions[i]);
-  for (int i = 0; i < IMK_MAX_KINDS && c->kinds[i].kind != 0 && c->kinds[i].kind < 65535; ++i) info->kinds[i] = c->kinds[i];
+  for (int i = 0; i < IMK_MAX_KINDS && c->kinds[i].kind != 0 && c->kinds[i].kind < 65535; ++i)
+    info->kinds[i] = c->kinds[i];
 }
 
 extern "C" int16_t imkGetIndex(const char* shortName) {

@@ -298,6 +298,22 @@ extern const Codec kPgmCodec;
 extern const Codec kPpmCodec;
 extern const Codec kPamCodec;
 extern const Codec kRawCodec;
+extern const Codec kPcxCodec;
+extern const Codec kTgaCodec;
+extern const Codec kSgiCodec;
+extern const Codec kIffCodec;
+extern const Codec kSoftCodec;
+extern const Codec kSunCodec;
+extern const Codec kXbmCodec;
+extern const Codec kXpmCodec;
+extern const Codec kIcoCodec;
+extern const Codec kCurCodec;
+extern const Codec kWebpCodec;
+extern const Codec kJp2Codec;
+extern const Codec kJ2kCodec;
+extern const Codec kHeifCodec;
+extern const Codec kAvifCodec;
+extern const Codec kPsdCodec;
 
 // The registry in index order, and its length.
 const Codec* const* codecs();

@@ -8,11 +8,13 @@ set -euo pipefail
 build_packages=(
   g++ cmake ninja-build pkg-config
   libjpeg62-turbo-dev libpng-dev libtiff-dev libgif-dev zlib1g-dev
+  libwebp-dev libopenjp2-7-dev libheif-dev
   libmotif-dev libxt-dev libx11-dev libxext-dev libxpm-dev
 )
 test_packages=(
   libgtest-dev libgmock-dev
   netpbm imagemagick libjpeg-turbo-progs libtiff-tools giflib-tools
+  webp libopenjp2-tools libheif-examples clang
   xvfb xauth x11-utils x11-apps x11-xserver-utils xdotool xfonts-base xfonts-75dpi
 )
 bench_packages=(graphicsmagick libvips-tools hyperfine)

@@ -1,0 +1,19 @@
+// SGI image files.
+// (Not implemented yet: the registry row only.)
+#include "imgkit/internal.h"
+
+namespace imk {
+
+const Codec kSgiCodec = {"sgi",
+                         "SGI",
+                         {"sgi", "rgb", "rgba", "bw", "int", "inta"},
+                         IMK_CAN_READ | IMK_CAN_WRITE,
+                         {{IMK_GREY, 256, kAnySize, kAnySize},
+                          {IMK_ANY_TRUECOLOR, kAnyColors, kAnySize, kAnySize},
+                          kEndKinds},
+                         nullptr,
+                         nullptr,
+                         nullptr,
+                         nullptr};
+
+}  // namespace imk

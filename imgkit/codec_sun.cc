@@ -1,0 +1,20 @@
+// Sun raster pictures.
+// (Not implemented yet: the registry row only.)
+#include "imgkit/internal.h"
+
+namespace imk {
+
+const Codec kSunCodec = {"sun",
+                         "Sun Raster",
+                         {"ras", "sun", "rs", "im1", "im8", "im24", "im32"},
+                         IMK_CAN_READ | IMK_CAN_WRITE,
+                         {{IMK_BINARY, 2, kAnySize, kAnySize},
+                          {IMK_MAPPED, 256, kAnySize, kAnySize},
+                          {IMK_ANY_TRUECOLOR, kAnyColors, kAnySize, kAnySize},
+                          kEndKinds},
+                         nullptr,
+                         nullptr,
+                         nullptr,
+                         nullptr};
+
+}  // namespace imk

@@ -1,0 +1,20 @@
+// Targa pictures.
+// (Not implemented yet: the registry row only.)
+#include "imgkit/internal.h"
+
+namespace imk {
+
+const Codec kTgaCodec = {"tga",
+                         "Targa",
+                         {"tga", "targa", "vda", "icb", "vst"},
+                         IMK_CAN_READ | IMK_CAN_WRITE,
+                         {{IMK_GREY, 256, kAnySize, kAnySize},
+                          {IMK_MAPPED, 256, kAnySize, kAnySize},
+                          {IMK_ANY_TRUECOLOR, kAnyColors, kAnySize, kAnySize},
+                          kEndKinds},
+                         nullptr,
+                         nullptr,
+                         nullptr,
+                         nullptr};
+
+}  // namespace imk
