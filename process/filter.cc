@@ -361,42 +361,53 @@ struct GaussTap {
   int column[4];  // column offset from the window's left edge, in pixels
 };
 
-void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
-                 std::vector<float>& folded, int length) {
+// The products and sums are integers below 2^24 (the weights add up to
+// about 2048), which floats hold exactly; float arithmetic vectorizes. The
+// row is done in blocks: the folded rows of a block (with the window's reach
+// on both sides) and its sums stay in the first-level cache, and each tap
+// runs over the whole block.
+constexpr int kGaussBlock = 16 * kLanes;
+
+VIMORA_VECTOR_CLONES void gaussianRow(const RowContext& r, int s, const std::vector<GaussTap>& taps,
+                                      std::vector<float>& folded) {
   const int h = s / 2;
-  floatRow(folded.data(), r.rows[h], length);
-  for (int a = 1; a <= h; ++a)
-    floatPairRow(folded.data() + a * length, r.rows[h - a], r.rows[h + a], length);
-  // The products and sums are integers below 2^24 (the weights add up to
-  // about 2048), which floats hold exactly; float arithmetic vectorizes.
+  // Folded plane a of the block: V_a over the block's bytes and reach.
+  const int reach = (kGaussBlock + 2 * h * r.bpp + kLanes - 1) / kLanes * kLanes;
+  float* __restrict planes = folded.data();
   uint8_t* __restrict out = r.out;
-  for (int i = 0; i < r.n; i += kLanes) {
-    float acc[kLanes] = {};
+  for (int i0 = 0; i0 < r.n; i0 += kGaussBlock) {
+    const int m = std::min(kGaussBlock, (r.n - i0 + kLanes - 1) / kLanes * kLanes);
+    const int span = std::min(reach, (m + 2 * h * r.bpp + kLanes - 1) / kLanes * kLanes);
+    floatRow(planes, r.rows[h] + i0, span);
+    for (int a = 1; a <= h; ++a)
+      floatPairRow(planes + a * reach, r.rows[h - a] + i0, r.rows[h + a] + i0, span);
+    float acc[kGaussBlock] = {};
     for (const GaussTap& tap : taps) {
       const float* p[4] = {};
       for (int k = 0; k < tap.count; ++k)
-        p[k] = folded.data() + tap.plane[k] * length + i + tap.column[k] * r.bpp;
+        p[k] = planes + tap.plane[k] * reach + tap.column[k] * r.bpp;
       const float w = static_cast<float>(tap.weight);
       const float* __restrict p0 = p[0];
-      if (tap.count == 1) {
-        for (int t = 0; t < kLanes; ++t) acc[t] += w * p0[t];
-      } else if (tap.count == 2) {
-        const float* __restrict p1 = p[1];
-        for (int t = 0; t < kLanes; ++t) acc[t] += w * (p0[t] + p1[t]);
-      } else if (tap.count == 3) {
-        const float* __restrict p1 = p[1];
-        const float* __restrict p2 = p[2];
-        for (int t = 0; t < kLanes; ++t) acc[t] += w * ((p0[t] + p1[t]) + p2[t]);
-      } else {
-        const float* __restrict p1 = p[1];
-        const float* __restrict p2 = p[2];
-        const float* __restrict p3 = p[3];
-        for (int t = 0; t < kLanes; ++t) acc[t] += w * ((p0[t] + p1[t]) + (p2[t] + p3[t]));
+      const float* __restrict p1 = p[1];
+      const float* __restrict p2 = p[2];
+      const float* __restrict p3 = p[3];
+      switch (tap.count) {
+        case 1:
+          for (int t = 0; t < m; ++t) acc[t] += w * p0[t];
+          break;
+        case 2:
+          for (int t = 0; t < m; ++t) acc[t] += w * (p0[t] + p1[t]);
+          break;
+        case 3:
+          for (int t = 0; t < m; ++t) acc[t] += w * ((p0[t] + p1[t]) + p2[t]);
+          break;
+        default:
+          for (int t = 0; t < m; ++t) acc[t] += w * ((p0[t] + p1[t]) + (p2[t] + p3[t]));
       }
     }
     // No clamping: the low 8 bits of the shifted sum are what is stored.
-    for (int t = 0; t < kLanes; ++t)
-      out[i + t] = static_cast<uint8_t>(static_cast<int>(acc[t]) >> 11);
+    for (int t = 0; t < m; ++t)
+      out[i0 + t] = static_cast<uint8_t>(static_cast<int>(acc[t]) >> 11);
   }
 }
 
@@ -726,15 +737,15 @@ int gaussianFilter(ImageRecord* src, ImageRecord* dst, int size) {
   std::vector<int> weights(static_cast<size_t>(s) * s);
   gaussianWeights(s, weights.data());
   const std::vector<GaussTap> taps = gaussianTaps(s, weights);
-  const int length = static_cast<int>(paddedBlocks(*src, s));
+  const int reach = kGaussBlock + 2 * h * bytesPerPixelOf(*src) + kLanes;
   std::vector<float> folded;
   try {
-    folded.assign(static_cast<size_t>(length) * static_cast<size_t>(h + 1), 0.0f);
+    folded.assign(static_cast<size_t>(reach) * static_cast<size_t>(h + 1), 0.0f);
   } catch (const std::bad_alloc&) {
     return 1;
   }
   return runWindowFilter(src, dst, s,
-                         [&](const RowContext& r) { gaussianRow(r, s, taps, folded, length); });
+                         [&](const RowContext& r) { gaussianRow(r, s, taps, folded); });
 }
 
 template <bool kMaximum>

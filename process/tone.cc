@@ -3,9 +3,11 @@
 #include "process/tone.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
+#include "process/lookup.h"
 #include "process/operation.h"
 
 namespace process {
@@ -35,41 +37,22 @@ void copyRows(const ImageRecord& src, ImageRecord& result) {
 
 int paletteEntries(const ImageRecord& pic) { return std::clamp(pic.colorCount, 0, 256); }
 
-// Passes n bytes through the table, eight at a time.
-void mapBytes(const uint8_t* s, uint8_t* d, size_t n, const uint8_t* t) {
-  size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    d[i] = t[s[i]];
-    d[i + 1] = t[s[i + 1]];
-    d[i + 2] = t[s[i + 2]];
-    d[i + 3] = t[s[i + 3]];
-    d[i + 4] = t[s[i + 4]];
-    d[i + 5] = t[s[i + 5]];
-    d[i + 6] = t[s[i + 6]];
-    d[i + 7] = t[s[i + 7]];
-  }
-  for (; i < n; ++i) d[i] = t[s[i]];
-}
+constexpr std::array<uint8_t, 256> kIdentity = [] {
+  std::array<uint8_t, 256> t{};
+  for (int i = 0; i < 256; ++i) t[i] = static_cast<uint8_t>(i);
+  return t;
+}();
 
-// Three tables for bytes 0..2 of a 4-byte pixel; the fourth byte is copied.
-void mapQuads(const uint8_t* s, uint8_t* d, int width, const uint8_t* t0, const uint8_t* t1,
-              const uint8_t* t2) {
-  for (int x = 0; x < width; ++x, s += 4, d += 4) {
-    d[0] = t0[s[0]];
-    d[1] = t1[s[1]];
-    d[2] = t2[s[2]];
-    d[3] = s[3];
+// Passes the pixel bytes through tables[k] for byte k of each pixel (period
+// 1: one table for every byte). Packed pictures are one run of bytes.
+void mapRows(const ImageRecord& src, ImageRecord& result, const uint8_t* const tables[],
+             int period) {
+  const size_t n = static_cast<size_t>(src.width) * static_cast<size_t>(src.bytesPerPixel);
+  if (src.bytesPerLine == result.bytesPerLine && static_cast<size_t>(src.bytesPerLine) == n) {
+    lookupBytes(src.pixels, result.pixels, n * static_cast<size_t>(src.height), tables, period);
+    return;
   }
-}
-
-// Bytes 0, 1, 2 of each pixel go through tables 0, 1, 2.
-void mapTriples(const uint8_t* s, uint8_t* d, int width, const uint8_t* t0, const uint8_t* t1,
-                const uint8_t* t2) {
-  for (int x = 0; x < width; ++x, s += 3, d += 3) {
-    d[0] = t0[s[0]];
-    d[1] = t1[s[1]];
-    d[2] = t2[s[2]];
-  }
+  for (int y = 0; y < src.height; ++y) lookupBytes(rowOf(src, y), rowOf(result, y), n, tables, period);
 }
 
 }  // namespace
@@ -170,83 +153,138 @@ void applyToneTable(const ImageRecord& src, ImageRecord& result, const uint8_t t
     levelSpaceTable(table, src.colorCount, levelTable);
     t = levelTable;
   }
-  const int bpp = src.bytesPerPixel;
-  const size_t rowBytes = static_cast<size_t>(src.width) * static_cast<size_t>(bpp);
-  for (int y = 0; y < src.height; ++y) {
-    if (bpp == 4)
-      mapQuads(rowOf(src, y), rowOf(result, y), src.width, t, t, t);
-    else
-      mapBytes(rowOf(src, y), rowOf(result, y), rowBytes, t);
-  }
+  // The fourth byte of a 4-byte pixel is not a tone: it is copied.
+  const uint8_t* tables[4] = {t, t, t, kIdentity.data()};
+  mapRows(src, result, tables, src.bytesPerPixel == 4 ? 4 : 1);
 }
 
 void applyChannelTables(const ImageRecord& src, ImageRecord& result,
                         const uint8_t tables[3 * 256]) {
   copyPalette(src, result);
   const int bpp = src.bytesPerPixel;
-  const uint8_t* t0 = tables;
-  const uint8_t* t1 = tables + 256;
-  const uint8_t* t2 = tables + 512;
-  const size_t rowBytes = static_cast<size_t>(src.width) * static_cast<size_t>(bpp);
-  for (int y = 0; y < src.height; ++y) {
-    const uint8_t* s = rowOf(src, y);
-    uint8_t* d = rowOf(result, y);
-    switch (bpp) {
-      case 4:
-        mapQuads(s, d, src.width, t0, t1, t2);
-        break;
-      case 3:
-        mapTriples(s, d, src.width, t0, t1, t2);
-        break;
-      case 1:
-        mapBytes(s, d, rowBytes, t0);
-        break;
-      default:
-        for (size_t i = 0; i < rowBytes; ++i) {
-          const size_t ch = i % static_cast<size_t>(bpp);
-          d[i] = ch < 3 ? tables[ch * 256 + s[i]] : s[i];
-        }
+  if (bpp >= 1 && bpp <= 4) {
+    const uint8_t* perByte[4] = {tables, tables + 256, tables + 512, kIdentity.data()};
+    mapRows(src, result, perByte, bpp);
+  } else {
+    const size_t rowBytes = static_cast<size_t>(src.width) * static_cast<size_t>(bpp);
+    for (int y = 0; y < src.height; ++y) {
+      const uint8_t* s = rowOf(src, y);
+      uint8_t* d = rowOf(result, y);
+      for (size_t i = 0; i < rowBytes; ++i) {
+        const size_t ch = i % static_cast<size_t>(bpp);
+        d[i] = ch < 3 ? tables[ch * 256 + s[i]] : s[i];
+      }
     }
   }
   if (result.type & 7) result.colorCount = 256;
 }
 
-void channelHistogram(const ImageRecord& pic, uint32_t counts[4 * 256]) {
-  std::memset(counts, 0, 4 * 256 * sizeof(uint32_t));
-  const int step = pic.bytesPerPixel;
-  const int bpp = std::min(step, 4);
-  // Neighbouring pixels often share a value; counting alternate pixels into
-  // a second set of counters keeps increments of one counter apart.
-  uint32_t second[4 * 256] = {};
-  for (int y = 0; y < pic.height; ++y) {
-    const uint8_t* s = rowOf(pic, y);
-    int x = 0;
-    if (step == 1) {
-      for (; x + 2 <= pic.width; x += 2) {
-        ++counts[s[x]];
-        ++second[s[x + 1]];
-      }
-      if (x < pic.width) ++counts[s[x]];
-      continue;
-    }
-    if (step == 3 || step == 4) {
-      for (; x + 2 <= pic.width; x += 2, s += 2 * step) {
-        ++counts[s[0]];
-        ++counts[256 + s[1]];
-        ++counts[512 + s[2]];
-        ++second[s[step]];
-        ++second[256 + s[step + 1]];
-        ++second[512 + s[step + 2]];
-        if (step == 4) {
-          ++counts[768 + s[3]];
-          ++second[768 + s[7]];
-        }
-      }
-    }
-    for (; x < pic.width; ++x, s += step)
-      for (int ch = 0; ch < bpp; ++ch) ++counts[ch * 256 + s[ch]];
+namespace {
+
+// Four sets of counters for the four byte positions. The sets are not 4 KiB
+// apart: stores to one set and loads from the next would otherwise look alike
+// to the processor's store forwarding (same address bits below 4 KiB) and
+// wait for each other.
+using CounterSets = uint32_t[4][4 * 256 + 16];
+
+// Counts one run of bytes whose byte k belongs to channel k of each
+// `kPeriod`-byte group. Neighbouring pixels often share a value, so four
+// consecutive pixels count into four sets of counters: increments of one
+// counter stay apart instead of waiting for each other.
+template <int kPeriod>
+void countRun(const uint8_t* s, size_t n, CounterSets& sets) {
+  constexpr size_t kGroup = 4 * kPeriod;
+  size_t i = 0;
+  for (; i + kGroup <= n; i += kGroup)
+    for (int p = 0; p < 4; ++p)
+      for (int k = 0; k < kPeriod; ++k) ++sets[p][k * 256 + s[i + p * kPeriod + k]];
+  for (int k = 0; i < n; ++i, k = (k + 1) % kPeriod) ++sets[0][k * 256 + s[i]];
+}
+
+// Calls run(bytes, length) over the pixel bytes: once for a packed picture,
+// else once per row.
+template <class Run>
+void forEachRun(const ImageRecord& pic, Run&& run) {
+  const size_t n = static_cast<size_t>(pic.width) * static_cast<size_t>(pic.bytesPerPixel);
+  if (static_cast<size_t>(pic.bytesPerLine) == n) {
+    run(pic.pixels, n * static_cast<size_t>(pic.height));
+    return;
   }
-  for (int i = 0; i < 4 * 256; ++i) counts[i] += second[i];
+  for (int y = 0; y < pic.height; ++y) run(rowOf(pic, y), n);
+}
+
+// Smallest and largest byte of each lane over blocks of kBlock bytes; the
+// plain fixed-size loops vectorize.
+template <int kBlock>
+VIMORA_VECTOR_CLONES void rangeBlocks(const uint8_t* s, size_t blocks, uint8_t* lo, uint8_t* hi) {
+  for (size_t b = 0; b < blocks; ++b, s += kBlock)
+    for (int j = 0; j < kBlock; ++j) {
+      lo[j] = s[j] < lo[j] ? s[j] : lo[j];
+      hi[j] = s[j] > hi[j] ? s[j] : hi[j];
+    }
+}
+
+template <int kPeriod>
+void rangeOf(const ImageRecord& pic, uint8_t lo[4], uint8_t hi[4]) {
+  constexpr int kBlock = 64 * kPeriod;  // whole groups, whole vectors
+  uint8_t blockLo[kBlock], blockHi[kBlock];
+  std::memset(blockLo, 255, sizeof blockLo);
+  std::memset(blockHi, 0, sizeof blockHi);
+  forEachRun(pic, [&](const uint8_t* s, size_t n) {
+    const size_t blocks = n / kBlock;
+    rangeBlocks<kBlock>(s, blocks, blockLo, blockHi);
+    for (size_t i = blocks * kBlock, k = 0; i < n; ++i, k = (k + 1) % kPeriod) {
+      blockLo[k] = std::min(blockLo[k], s[i]);
+      blockHi[k] = std::max(blockHi[k], s[i]);
+    }
+  });
+  for (int j = 0; j < kBlock; ++j) {
+    lo[j % kPeriod] = std::min(lo[j % kPeriod], blockLo[j]);
+    hi[j % kPeriod] = std::max(hi[j % kPeriod], blockHi[j]);
+  }
+}
+
+}  // namespace
+
+void channelHistogram(const ImageRecord& pic, uint32_t counts[4 * 256]) {
+  CounterSets sets = {};
+  const int bpp = pic.bytesPerPixel;
+  forEachRun(pic, [&](const uint8_t* s, size_t n) {
+    switch (bpp) {
+      case 1:
+        return countRun<1>(s, n, sets);
+      case 3:
+        return countRun<3>(s, n, sets);
+      case 4:
+        return countRun<4>(s, n, sets);
+      default:  // only the first four bytes of a pixel are counted
+        for (size_t i = 0; i < n; ++i)
+          if (i % static_cast<size_t>(bpp) < 4) ++sets[0][(i % bpp) * 256 + s[i]];
+    }
+  });
+  for (int i = 0; i < 4 * 256; ++i) counts[i] = sets[0][i] + sets[1][i] + sets[2][i] + sets[3][i];
+}
+
+void channelRange(const ImageRecord& pic, uint8_t lo[4], uint8_t hi[4]) {
+  for (int k = 0; k < 4; ++k) lo[k] = 255, hi[k] = 0;
+  switch (pic.bytesPerPixel) {
+    case 1:
+      return rangeOf<1>(pic, lo, hi);
+    case 3:
+      return rangeOf<3>(pic, lo, hi);
+    case 4:
+      return rangeOf<4>(pic, lo, hi);
+    default: {
+      uint32_t counts[4 * 256];
+      channelHistogram(pic, counts);
+      for (int ch = 0; ch < std::min<int>(pic.bytesPerPixel, 4); ++ch)
+        for (int v = 0; v < 256; ++v)
+          if (counts[ch * 256 + v]) {
+            lo[ch] = std::min<uint8_t>(lo[ch], static_cast<uint8_t>(v));
+            hi[ch] = static_cast<uint8_t>(v);
+          }
+    }
+  }
 }
 
 int toneChannels(const ImageRecord& pic) {
@@ -260,19 +298,29 @@ void identityTables(uint8_t tables[3 * 256]) {
 }
 }  // namespace
 
-void normalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]) {
+void normalizeTables(const uint8_t lo[4], const uint8_t hi[4], int channels,
+                     uint8_t tables[3 * 256]) {
   identityTables(tables);
   for (int ch = 0; ch < std::min(channels, 3); ++ch) {
-    const uint32_t* c = counts + ch * 256;
-    int lo = 0, hi = 255;
-    while (lo < 256 && c[lo] == 0) ++lo;
-    while (hi >= 0 && c[hi] == 0) --hi;
     // An empty or single-valued channel has nothing to stretch: it is kept.
-    if (lo >= hi) continue;
+    if (lo[ch] >= hi[ch]) continue;
     uint8_t* t = tables + ch * 256;
     for (int v = 0; v < 256; ++v)
-      t[v] = v < lo ? 0 : v > hi ? 255 : static_cast<uint8_t>((v - lo) * 255 / (hi - lo));
+      t[v] = v < lo[ch]   ? 0
+             : v > hi[ch] ? 255
+                          : static_cast<uint8_t>((v - lo[ch]) * 255 / (hi[ch] - lo[ch]));
   }
+}
+
+void normalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]) {
+  uint8_t lo[4] = {255, 255, 255, 255}, hi[4] = {};
+  for (int ch = 0; ch < std::min(channels, 3); ++ch)
+    for (int v = 0; v < 256; ++v)
+      if (counts[ch * 256 + v]) {
+        lo[ch] = std::min<uint8_t>(lo[ch], static_cast<uint8_t>(v));
+        hi[ch] = static_cast<uint8_t>(v);
+      }
+  normalizeTables(lo, hi, channels, tables);
 }
 
 void equalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]) {
@@ -359,10 +407,10 @@ int gammaPicture(ImageRecord* src, ImageRecord* dst, double gamma) {
 }
 
 int normalizePicture(ImageRecord* src, ImageRecord* dst) {
-  uint32_t counts[4 * 256];
-  channelHistogram(*src, counts);
+  uint8_t lo[4], hi[4];
+  channelRange(*src, lo, hi);
   uint8_t tables[3 * 256];
-  normalizeTables(counts, toneChannels(*src), tables);
+  normalizeTables(lo, hi, toneChannels(*src), tables);
   return mapChannels(src, dst, tables);
 }
 

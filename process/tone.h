@@ -62,6 +62,11 @@ void applyChannelTables(const ImageRecord& src, ImageRecord& result, const uint8
 // position ch below bytesPerPixel (at most 4).
 void channelHistogram(const ImageRecord& pic, uint32_t counts[4 * 256]);
 
+// lo[ch] and hi[ch]: the smallest and largest value of byte position ch, for
+// every ch below bytesPerPixel (at most 4); an empty picture gives lo 255 and
+// hi 0.
+void channelRange(const ImageRecord& pic, uint8_t lo[4], uint8_t hi[4]);
+
 // Number of channels the histogram operations look at: 3 for 4-byte pixels,
 // else bytesPerPixel.
 int toneChannels(const ImageRecord& pic);
@@ -77,6 +82,8 @@ int toneChannels(const ImageRecord& pic);
 //  - balance: clamp(i + offset) with the offsets red, green, blue for bytes
 //    0, 1, 2.
 void normalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]);
+void normalizeTables(const uint8_t lo[4], const uint8_t hi[4], int channels,
+                     uint8_t tables[3 * 256]);
 void equalizeTables(const uint32_t counts[4 * 256], int channels, uint8_t tables[3 * 256]);
 void balanceTables(int red, int green, int blue, int channels, uint8_t tables[3 * 256]);
 
