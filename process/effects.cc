@@ -1,4 +1,4 @@
-// Mosaic, oil painting, de-interlace, slice and tile.
+// Mosaic, de-interlace, slice and tile (oil painting is in oil_paint.cc).
 #include "process/effects.h"
 
 #include <algorithm>
@@ -57,106 +57,6 @@ void mosaicBlocks(const ImageRecord& src, ImageRecord& result, int t, int bpp) {
           for (int c = 0; c < n; ++c) q[i + c] = mean[c];
       }
     }
-  }
-}
-
-// ------------------------------------------------------------- oil painting
-
-// The counters are indexed by (channel >> 8) + value, which is the value
-// itself for every channel: all byte positions of the window count into the
-// same 256 counters.
-//
-// A byte position takes the value whose counter first exceeded its best
-// count, that is: the highest count seen on that byte position, and among
-// equal counts the one reached at the earliest pixel of the scan. Each event
-// is packed into a key, count << 19 | (2047 - pixel index in the window) << 8
-// | value, and the largest key per byte position is the winner; keeping it is
-// a maximum, with no branch. The counts stay below 2^13 (at most 33 x 33
-// pixels of 4 bytes) and the pixel index below 2^11.
-// Counters kept already shifted into the key's count field.
-constexpr uint32_t kCountStep = 1u << 19;
-
-struct OilCounters {
-  uint32_t count[256];
-  uint32_t best[8];
-};
-
-// One output pixel, window columns x0..x1 and rows y0..y1.
-template <int kBpp>
-inline void oilPaintPixel(const ImageRecord& src, int n, int x0, int x1, int y0, int y1,
-                          OilCounters& t, uint8_t* out) {
-  const size_t begin = static_cast<size_t>(x0) * n;
-  const size_t end = static_cast<size_t>(x1 + 1) * n;
-  std::memset(t.count, 0, sizeof t.count);
-  for (int c = 0; c < n; ++c) t.best[c] = 0;
-  uint32_t order = 2047u << 8;
-  for (int yy = y0; yy <= y1; ++yy) {
-    const uint8_t* row = rowOf(src, yy);
-    for (size_t i = begin; i < end; i += n, order -= 1u << 8)
-      for (int c = 0; c < n; ++c) {
-        const uint8_t v = row[i + c];
-        t.best[c] = std::max(t.best[c], (t.count[v] += kCountStep) | order | v);
-      }
-  }
-  for (int c = 0; c < n; ++c) out[c] = static_cast<uint8_t>(t.best[c]);
-}
-
-// kWays neighbouring output pixels whose windows lie wholly inside the
-// picture, scanned together with a counter table each: the same work as one
-// pixel at a time, but the independent counter updates overlap in the
-// processor instead of waiting for each other.
-template <int kBpp, int kWays>
-inline void oilPaintInterior(const ImageRecord& src, int n, int x, int radius, int y0, int y1,
-                             OilCounters* t, uint8_t* out) {
-  const size_t begin = static_cast<size_t>(x - radius) * n;
-  const size_t span = static_cast<size_t>(2 * radius + 1) * n;
-  for (int w = 0; w < kWays; ++w) {
-    std::memset(t[w].count, 0, sizeof t[w].count);
-    for (int c = 0; c < n; ++c) t[w].best[c] = 0;
-  }
-  uint32_t order = 2047u << 8;
-  for (int yy = y0; yy <= y1; ++yy) {
-    const uint8_t* row = rowOf(src, yy) + begin;
-    for (size_t i = 0; i < span; i += n, order -= 1u << 8)
-      for (int c = 0; c < n; ++c)
-        for (int w = 0; w < kWays; ++w) {
-          const uint8_t v = row[i + static_cast<size_t>(w * n) + c];
-          t[w].best[c] = std::max(t[w].best[c], (t[w].count[v] += kCountStep) | order | v);
-        }
-  }
-  for (int w = 0; w < kWays; ++w)
-    for (int c = 0; c < n; ++c) out[w * n + c] = static_cast<uint8_t>(t[w].best[c]);
-}
-
-// The counters are indexed by (channel >> 8) + value, which is the value
-// itself for every channel: all byte positions of the window count into the
-// same 256 counters.
-//
-// A byte position takes the value whose counter first exceeded its best
-// count, that is: the highest count seen on that byte position, and among
-// equal counts the one reached at the earliest pixel of the scan. Each event
-// is packed into a key, count << 19 | (2047 - pixel index in the window) << 8
-// | value, and the largest key per byte position is the winner; keeping it is
-// a maximum, with no branch. The counts stay below 2^13 (at most 33 x 33
-// pixels of 4 bytes) and the pixel index below 2^11.
-template <int kBpp>
-void oilPaintRows(const ImageRecord& src, ImageRecord& result, int radius, int bpp) {
-  constexpr int kWays = 4;
-  const int n = kBpp > 0 ? kBpp : bpp;
-  const int width = src.width, height = src.height;
-  OilCounters t[kWays];
-  for (int y = 0; y < height; ++y) {
-    const int y0 = std::max(y - radius, 0), y1 = std::min(y + radius, height - 1);
-    uint8_t* out = rowOf(result, y);
-    int x = 0;
-    for (; x < width && x < radius; ++x)
-      oilPaintPixel<kBpp>(src, n, 0, std::min(x + radius, width - 1), y0, y1, t[0],
-                          out + static_cast<size_t>(x) * n);
-    for (; x + kWays - 1 + radius < width; x += kWays)
-      oilPaintInterior<kBpp, kWays>(src, n, x, radius, y0, y1, t, out + static_cast<size_t>(x) * n);
-    for (; x < width; ++x)
-      oilPaintPixel<kBpp>(src, n, std::max(x - radius, 0), std::min(x + radius, width - 1), y0, y1,
-                          t[0], out + static_cast<size_t>(x) * n);
   }
 }
 
@@ -226,28 +126,6 @@ int mosaicEffect(ImageRecord* src, ImageRecord* dst, int t) {
       break;
     default:
       mosaicBlocks<0>(*src, result, t, std::min(bpp, 8));
-      break;
-  }
-  return deliver(src, dst, result);
-}
-
-int oilPaintEffect(ImageRecord* src, ImageRecord* dst, int r) {
-  r = std::clamp(r, 1, 16);
-  ImageRecord result;
-  if (!startResult(*src, result)) return 1;
-  const int bpp = bytesPerPixelOf(*src);
-  switch (bpp) {
-    case 1:
-      oilPaintRows<1>(*src, result, r, bpp);
-      break;
-    case 3:
-      oilPaintRows<3>(*src, result, r, bpp);
-      break;
-    case 4:
-      oilPaintRows<4>(*src, result, r, bpp);
-      break;
-    default:
-      oilPaintRows<0>(*src, result, r, std::min(bpp, 8));
       break;
   }
   return deliver(src, dst, result);

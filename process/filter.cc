@@ -406,8 +406,7 @@ VIMORA_VECTOR_CLONES void gaussianRow(const RowContext& r, int s, const std::vec
       }
     }
     // No clamping: the low 8 bits of the shifted sum are what is stored.
-    for (int t = 0; t < m; ++t)
-      out[i0 + t] = static_cast<uint8_t>(static_cast<int>(acc[t]) >> 11);
+    for (int t = 0; t < m; ++t) out[i0 + t] = static_cast<uint8_t>(static_cast<int>(acc[t]) >> 11);
   }
 }
 

@@ -219,11 +219,6 @@ void turnAny(const ImageRecord& src, ImageRecord& result) {
 #if defined(__x86_64__) && defined(__GNUC__)
 #define VIMORA_TURN_GATHER 1
 
-bool haveGather() {
-  static const bool yes = __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw");
-  return yes;
-}
-
 // Quarter turn of 3- or 4-byte pixels with 512-bit gathers: sixteen source
 // rows give one 4-byte word each (a whole pixel, plus the next pixel's first
 // byte for 3-byte pixels), the words are packed to sixteen pixels with a byte
@@ -237,7 +232,7 @@ bool haveGather() {
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 template <int kBpp, bool kClockwise>
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) void turnGather(const ImageRecord& src,
-                                                                        ImageRecord& result) {
+                                                                       ImageRecord& result) {
   const TurnView v{src, result};
   const int outW = result.width, outH = result.height;
   const int bpl = src.bytesPerLine;
@@ -291,13 +286,13 @@ void turn(const ImageRecord& src, ImageRecord& result) {
       break;
     case 3:
 #ifdef VIMORA_TURN_GATHER
-      if (haveGather() && gatherFits(src)) return turnGather<3, kClockwise>(src, result);
+      if (wideBytePermutes() && gatherFits(src)) return turnGather<3, kClockwise>(src, result);
 #endif
       turnTiles<3, kClockwise>(src, result);
       break;
     case 4:
 #ifdef VIMORA_TURN_GATHER
-      if (haveGather() && gatherFits(src)) return turnGather<4, kClockwise>(src, result);
+      if (wideBytePermutes() && gatherFits(src)) return turnGather<4, kClockwise>(src, result);
 #endif
       turnTiles<4, kClockwise>(src, result);
       break;

@@ -4,6 +4,8 @@
 // elsewhere a plain unrolled loop does it.
 #include "process/lookup.h"
 
+#include "process/operation.h"
+
 #if defined(__x86_64__) && defined(__GNUC__)
 #include <immintrin.h>
 #define VIMORA_HAVE_VBMI 1
@@ -42,7 +44,7 @@ struct Table512 {
 };
 
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) inline __m512i lookup64(const Table512& t,
-                                                                                __m512i v) {
+                                                                               __m512i v) {
   const __m512i low = _mm512_permutex2var_epi8(t.q[0], v, t.q[1]);
   const __m512i high = _mm512_permutex2var_epi8(t.q[2], v, t.q[3]);
   return _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high);
@@ -64,7 +66,8 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) void lookupVbmi(
   for (; i + 64 <= n; i += 64) {
     const __m512i v = _mm512_loadu_si512(s + i);
     __m512i r = lookup64(t[0], v);
-    for (int k = 1; k < kPeriod; ++k) r = _mm512_mask_mov_epi8(r, lanes[phase][k], lookup64(t[k], v));
+    for (int k = 1; k < kPeriod; ++k)
+      r = _mm512_mask_mov_epi8(r, lanes[phase][k], lookup64(t[k], v));
     _mm512_storeu_si512(d + i, r);
     phase = (phase + 64) % kPeriod;
   }
@@ -73,17 +76,12 @@ __attribute__((target("avx512f,avx512bw,avx512vbmi"))) void lookupVbmi(
   lookupScalar<kPeriod>(s + i, d + i, n - i, rest);
 }
 
-bool haveVbmi() {
-  static const bool yes = __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw");
-  return yes;
-}
-
 #endif
 
 template <int kPeriod>
 void lookupWith(const uint8_t* s, uint8_t* d, size_t n, const uint8_t* const tables[]) {
 #ifdef VIMORA_HAVE_VBMI
-  if (haveVbmi()) return lookupVbmi<kPeriod>(s, d, n, tables);
+  if (wideBytePermutes()) return lookupVbmi<kPeriod>(s, d, n, tables);
 #endif
   lookupScalar<kPeriod>(s, d, n, tables);
 }

@@ -5,6 +5,18 @@
 
 namespace process {
 
+bool gWideVectorPaths = true;
+
+bool wideBytePermutes() {
+#if defined(__x86_64__) && defined(__GNUC__)
+  static const bool present =
+      __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw");
+  return present && gWideVectorPaths;
+#else
+  return false;
+#endif
+}
+
 bool newResult(const ImageRecord& src, ImageRecord& result, uint16_t type, int32_t width,
                int32_t height) {
   std::memset(&result, 0, sizeof result);
@@ -31,8 +43,8 @@ int duplicate(ImageRecord* src, ImageRecord* dst) {
   if (!dst) return 0;
   ImageRecord r;
   if (!newResult(*src, r)) return 1;
-  const size_t n = static_cast<size_t>(src->bytesPerLine < r.bytesPerLine ? src->bytesPerLine
-                                                                           : r.bytesPerLine);
+  const size_t n =
+      static_cast<size_t>(src->bytesPerLine < r.bytesPerLine ? src->bytesPerLine : r.bytesPerLine);
   for (int y = 0; y < src->height; ++y) std::memcpy(rowOf(r, y), rowOf(*src, y), n);
   if (src->palette && r.palette) std::memcpy(r.palette, src->palette, 768);
   return deliver(src, dst, r);

@@ -23,6 +23,15 @@
 
 namespace process {
 
+// Whether the hand-written 512-bit paths may run (they do only on processors
+// that have the instructions). Tests switch it off to check the portable
+// paths on any machine.
+extern bool gWideVectorPaths;
+
+// True when the processor has the 512-bit byte permutes (AVX-512 VBMI and BW)
+// and gWideVectorPaths allows them.
+bool wideBytePermutes();
+
 // Allocates `result` with imkAllock(type, src.bitsPerComponent, width,
 // height) and copies the carried attribute and the colour count. False when
 // memory is short; `result` is then all zero.

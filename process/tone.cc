@@ -52,7 +52,8 @@ void mapRows(const ImageRecord& src, ImageRecord& result, const uint8_t* const t
     lookupBytes(src.pixels, result.pixels, n * static_cast<size_t>(src.height), tables, period);
     return;
   }
-  for (int y = 0; y < src.height; ++y) lookupBytes(rowOf(src, y), rowOf(result, y), n, tables, period);
+  for (int y = 0; y < src.height; ++y)
+    lookupBytes(rowOf(src, y), rowOf(result, y), n, tables, period);
 }
 
 }  // namespace

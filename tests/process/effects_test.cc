@@ -202,31 +202,35 @@ TEST(OilPaint, MatchesTheCountingProcedureStepByStepOnEveryKind) {
   // window scanned row by row, pixel by pixel, byte by byte; counter
   // (ch >> 8) + value incremented; a byte position's winner replaced when
   // the counter exceeds its best count.
-  for (uint16_t kind : kKinds) {
-    OwnedPicture pic;
-    makeRandom(pic, kind, 26, 9, 70 + kind, kind == IMK_BINARY ? 1 : 7);
-    const int bpp = pic->bytesPerPixel;
-    for (int r : {1, 2, 4}) {
-      std::vector<uint8_t> want;
-      for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 26; ++x) {
-          std::vector<int> counter(1024, 0);
-          int best[4] = {0, 0, 0, 0}, winner[4] = {0, 0, 0, 0};
-          for (int yy = std::max(y - r, 0); yy <= std::min(y + r, 8); ++yy)
-            for (int xx = std::max(x - r, 0); xx <= std::min(x + r, 25); ++xx)
-              for (int ch = 0; ch < bpp; ++ch) {
-                const int value = pic.row(yy)[xx * bpp + ch];
-                const int n = ++counter[(ch >> 8) + value];
-                if (n > best[ch]) best[ch] = n, winner[ch] = value;
-              }
-          for (int ch = 0; ch < bpp; ++ch) want.push_back(static_cast<uint8_t>(winner[ch]));
-        }
-      EXPECT_EQ(apply(pic, [r](ImageRecord* s,
-                               ImageRecord* d) { return process::oilPaintEffect(s, d, r); }),
-                want)
-          << "kind " << kind << " radius " << r;
+  // The wider pictures are also done 64 pixels at a time inside.
+  const int sizes[][2] = {{26, 9}, {150, 12}};
+  for (const auto& size : sizes)
+    for (uint16_t kind : kKinds) {
+      const int w = size[0], h = size[1];
+      OwnedPicture pic;
+      makeRandom(pic, kind, w, h, 70 + kind + w, kind == IMK_BINARY ? 1 : 7);
+      const int bpp = pic->bytesPerPixel;
+      for (int r : {1, 2, 3, 4}) {
+        std::vector<uint8_t> want;
+        for (int y = 0; y < h; ++y)
+          for (int x = 0; x < w; ++x) {
+            std::vector<int> counter(1024, 0);
+            int best[4] = {0, 0, 0, 0}, winner[4] = {0, 0, 0, 0};
+            for (int yy = std::max(y - r, 0); yy <= std::min(y + r, h - 1); ++yy)
+              for (int xx = std::max(x - r, 0); xx <= std::min(x + r, w - 1); ++xx)
+                for (int ch = 0; ch < bpp; ++ch) {
+                  const int value = pic.row(yy)[xx * bpp + ch];
+                  const int n = ++counter[(ch >> 8) + value];
+                  if (n > best[ch]) best[ch] = n, winner[ch] = value;
+                }
+            for (int ch = 0; ch < bpp; ++ch) want.push_back(static_cast<uint8_t>(winner[ch]));
+          }
+        EXPECT_EQ(apply(pic, [r](ImageRecord* s,
+                                 ImageRecord* d) { return process::oilPaintEffect(s, d, r); }),
+                  want)
+            << "kind " << kind << " radius " << r << " size " << w << "x" << h;
+      }
     }
-  }
 }
 
 TEST(OilPaint, UniformPicturesStayUniformOnEveryKind) {

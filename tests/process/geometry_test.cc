@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "process/operation.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -161,35 +162,39 @@ TEST(RotateQuarter, WorkedThreeByTwo) {
 }
 
 TEST(RotateQuarter, MovesWholePixelsOfEveryLayout) {
-  // Odd sizes over more than one tile each way; rows with and without padding.
-  const int sizes[][2] = {{37, 70}, {40, 13}, {64, 33}, {1, 5}};
-  for (uint16_t type : kAllKinds) {
-    for (const auto& size : sizes) {
-      const int w = size[0], h = size[1];
-      OwnedPicture src, right, left;
-      numbered(src, type, w, h);
-      src->attribute = 3;
-      ASSERT_EQ(process::rotateQuarter(&src.rec, &right.rec, 1), 0);
-      ASSERT_EQ(process::rotateQuarter(&src.rec, &left.rec, -1), 0);
-      ASSERT_EQ(right->width, h);
-      ASSERT_EQ(right->height, w);
-      EXPECT_EQ(right->type, type);
-      EXPECT_EQ(right->colorCount, src->colorCount);
-      EXPECT_EQ(right->attribute, 3);
-      EXPECT_EQ(std::memcmp(right->palette, src->palette, 768), 0);
-      for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-          ASSERT_EQ(pixelAt(right.rec, h - 1 - y, x), pixelAt(src.rec, x, y))
-              << type << " " << w << "x" << h << " at " << x << "," << y;
-          ASSERT_EQ(pixelAt(left.rec, y, w - 1 - x), pixelAt(src.rec, x, y))
-              << type << " " << w << "x" << h << " at " << x << "," << y;
-        }
-      // Row padding stays clear.
-      for (int r = 0; r < right->height; ++r)
-        for (int b = right->width * right->bytesPerPixel; b < right->bytesPerLine; ++b)
-          ASSERT_EQ(right.row(r)[b], 0);
+  // Odd sizes over more than one tile each way; rows with and without padding;
+  // the 512-bit path (where the processor has it) and the portable one.
+  const int sizes[][2] = {{37, 70}, {40, 13}, {64, 33}, {1, 5}, {3, 100}};
+  for (bool wide : {true, false})
+    for (uint16_t type : kAllKinds) {
+      process::gWideVectorPaths = wide;
+      for (const auto& size : sizes) {
+        const int w = size[0], h = size[1];
+        OwnedPicture src, right, left;
+        numbered(src, type, w, h);
+        src->attribute = 3;
+        ASSERT_EQ(process::rotateQuarter(&src.rec, &right.rec, 1), 0);
+        ASSERT_EQ(process::rotateQuarter(&src.rec, &left.rec, -1), 0);
+        ASSERT_EQ(right->width, h);
+        ASSERT_EQ(right->height, w);
+        EXPECT_EQ(right->type, type);
+        EXPECT_EQ(right->colorCount, src->colorCount);
+        EXPECT_EQ(right->attribute, 3);
+        EXPECT_EQ(std::memcmp(right->palette, src->palette, 768), 0);
+        for (int y = 0; y < h; ++y)
+          for (int x = 0; x < w; ++x) {
+            ASSERT_EQ(pixelAt(right.rec, h - 1 - y, x), pixelAt(src.rec, x, y))
+                << type << " " << w << "x" << h << " at " << x << "," << y;
+            ASSERT_EQ(pixelAt(left.rec, y, w - 1 - x), pixelAt(src.rec, x, y))
+                << type << " " << w << "x" << h << " at " << x << "," << y;
+          }
+        // Row padding stays clear.
+        for (int r = 0; r < right->height; ++r)
+          for (int b = right->width * right->bytesPerPixel; b < right->bytesPerLine; ++b)
+            ASSERT_EQ(right.row(r)[b], 0);
+      }
+      process::gWideVectorPaths = true;
     }
-  }
 }
 
 TEST(RotateQuarter, FourRightsAndRightLeftRestore) {

@@ -5,11 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
 #include <vector>
 
+#include "process/lookup.h"
+#include "process/operation.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -621,6 +624,40 @@ TEST(SwapChannels, PaletteGreyBinaryAndUnknownMode) {
   EXPECT_EQ(
       run([](ImageRecord* s, ImageRecord* d) { return process::swapChannels(s, d, 5); }, src, dst),
       (std::vector<int>{0, 0, 0}));
+}
+
+// ------------------------------------------------------------ table look-up
+
+// Restores the wide-vector switch when a test ends, whatever happens.
+struct WidePaths {
+  explicit WidePaths(bool on) { process::gWideVectorPaths = on; }
+  ~WidePaths() { process::gWideVectorPaths = true; }
+};
+
+TEST(LookupBytes, EveryPeriodLengthAndStartAgreeWithPlainIndexing) {
+  // Four different tables; lengths around the 64-byte blocks, runs that start
+  // inside a block, and a buffer looked up in place.
+  std::vector<uint8_t> tables(4 * 256);
+  for (int i = 0; i < 4 * 256; ++i) tables[i] = static_cast<uint8_t>(i * 167 + 13 * (i >> 8));
+  const uint8_t* t[4] = {&tables[0], &tables[256], &tables[512], &tables[768]};
+  std::vector<uint8_t> src(700);
+  for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>(i * 89 + (i >> 3));
+  for (bool wide : {true, false}) {
+    WidePaths paths(wide);
+    for (int period = 1; period <= 4; ++period)
+      for (size_t start : {0, 1, 5})
+        for (size_t n : {0, 1, 2, 3, 63, 64, 65, 127, 191, 192, 193, 256, 600}) {
+          std::vector<uint8_t> out(n + 1, 0xAA);
+          process::lookupBytes(src.data() + start, out.data(), n, t, period);
+          for (size_t i = 0; i < n; ++i)
+            ASSERT_EQ(out[i], t[i % period][src[start + i]])
+                << "wide " << wide << " period " << period << " n " << n << " at " << i;
+          EXPECT_EQ(out[n], 0xAA) << "wrote past the end";
+          std::vector<uint8_t> inPlace(src.begin() + start, src.begin() + start + n);
+          process::lookupBytes(inPlace.data(), inPlace.data(), n, t, period);
+          EXPECT_TRUE(std::equal(inPlace.begin(), inPlace.end(), out.begin()));
+        }
+  }
 }
 
 }  // namespace
