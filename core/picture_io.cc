@@ -6,8 +6,6 @@
 
 #include "core/settings.h"
 
-Settings gSettings;
-
 int LoadPicture(const char* path, ImageRecord* picture, int16_t formatIndex, int32_t fitWidth,
                 int32_t fitHeight) {
   LoadOptions options;
