@@ -321,7 +321,6 @@ int parseHeader(ReadContext& ctx, const std::vector<std::string_view>& strings, 
   if (h.cpp == 0 || h.cpp > kMaxCharsPerPixel)
     return ctx.fail(IMK_ERR_BAD_FILE, "bad characters per pixel");
   if (h.colours == 0) return ctx.fail(IMK_ERR_BAD_FILE, "no colours");
-  if (h.colours > strings.size() - 1) return ctx.fail(IMK_ERR_CORRUPT, "truncated colour table");
   HeaderInfo& info = ctx.header;
   info.width = static_cast<int32_t>(h.width);
   info.height = static_cast<int32_t>(h.height);
@@ -395,6 +394,7 @@ int read(ReadContext& ctx, Picture& out) {
   const std::vector<std::string_view> strings = stringsOf(ctx.data, ctx.size);
   XpmHeader h;
   if (int rc = parseHeader(ctx, strings, h)) return rc;
+  if (h.colours > strings.size() - 1) return ctx.fail(IMK_ERR_CORRUPT, "truncated colour table");
   const size_t firstRow = 1 + size_t{h.colours};
   const size_t rowsPresent = std::min<size_t>(strings.size() - firstRow, h.height);
   if (rowsPresent < h.height && !ctx.ignoreErrors()) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
