@@ -147,13 +147,17 @@ int read(ReadContext& ctx, Picture& out) {
   SoftHeader h;
   if (int rc = parseHeader(ctx, h)) return rc;
   // The fewest bytes a row can take: a byte per sample uncompressed, else
-  // runs as long as the encoding allows (255 pixels pure, 65535 mixed).
+  // runs as long as the encoding allows (pure: 255 pixels for a count byte;
+  // mixed: 128 for a count byte or 65535 for three bytes).
   uint64_t leastPerRow = 0;
   for (const Packet& p : h.packets) {
-    const uint64_t w = static_cast<uint64_t>(h.width);
-    leastPerRow += p.encoding == kUncompressed ? w * p.count
-                   : p.encoding == kPureRun    ? (w + 254) / 255 * (1 + p.count)
-                                               : (w + 65534) / 65535 * (3 + p.count);
+    const uint64_t w = static_cast<uint64_t>(h.width), n = static_cast<uint64_t>(p.count);
+    if (p.encoding == kUncompressed)
+      leastPerRow += w * n;
+    else if (p.encoding == kPureRun)
+      leastPerRow += (w + 254) / 255 * (1 + n);
+    else
+      leastPerRow += std::min((w + 127) / 128 * (1 + n), (w + 65534) / 65535 * (3 + n));
   }
   if (leastPerRow * h.height > ctx.size - h.dataOffset && !ctx.ignoreErrors())
     return ctx.fail(IMK_ERR_CORRUPT, "truncated");
