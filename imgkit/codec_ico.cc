@@ -43,13 +43,9 @@ constexpr uint8_t kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n
 
 enum : uint16_t { kIcon = 1, kCursor = 2 };
 
-struct Entry {
-  uint32_t length = 0;
-  uint32_t offset = 0;
-};
-
-// The directory, checked against the file. 0 or an error code.
-int parseDirectory(ReadContext& ctx, std::vector<Entry>& entries) {
+// The directory, checked against the file: the data offset of each entry.
+// 0 or an error code.
+int parseDirectory(ReadContext& ctx, std::vector<uint32_t>& offsets) {
   ByteReader r(ctx.data, ctx.size);
   if (ctx.size < kHeaderSize) return ctx.fail(IMK_ERR_BAD_FILE, "file too short");
   const uint16_t reserved = r.u16le(), type = r.u16le(), count = r.u16le();
@@ -58,16 +54,17 @@ int parseDirectory(ReadContext& ctx, std::vector<Entry>& entries) {
   if (count == 0) return ctx.fail(IMK_ERR_BAD_FILE, "no pictures in file");
   const size_t directoryEnd = kHeaderSize + kEntrySize * count;
   if (directoryEnd > ctx.size) return ctx.fail(IMK_ERR_BAD_FILE, "truncated directory");
-  entries.resize(count);
-  for (Entry& e : entries) {
-    r.skip(8);  // size, colour count, reserved, planes / hot spot, bits / hot spot
-    e.length = r.u32le();
-    e.offset = r.u32le();
+  offsets.resize(count);
+  for (uint32_t& offset : offsets) {
+    // Size, colour count, reserved, planes / hot spot, bits / hot spot and
+    // the data length are not needed.
+    r.skip(12);
+    offset = r.u32le();
   }
   ctx.header.pictureCount = count;
   if (ctx.pictureIndex() >= count) return ctx.fail(IMK_ERR_BAD_FILE, "no such picture in file");
-  const Entry& e = entries[ctx.pictureIndex()];
-  if (e.offset < directoryEnd || e.offset >= ctx.size)
+  const uint32_t offset = offsets[ctx.pictureIndex()];
+  if (offset < directoryEnd || offset >= ctx.size)
     return ctx.fail(IMK_ERR_BAD_FILE, "entry offset outside file");
   return IMK_OK;
 }
@@ -205,12 +202,13 @@ int dibEntry(ReadContext& ctx, const uint8_t* data, size_t size, Picture& out) {
   const uint16_t kind = t.any ? IMK_RGBX : d.bits <= 8 ? IMK_MAPPED : IMK_RGB;
   if (!out.allocate(kind, d.width, d.height)) return ctx.fail(IMK_ERR_MEMORY, "not enough memory");
   ImageRecord& rec = out.rec();
+  uint8_t palette[256][3] = {};  // R,G,B; the file stores B,G,R,0
   ByteReader pal(data, size);
   pal.seek(d.paletteOffset);
   for (int i = 0; i < d.colours; ++i) {
-    rec.palette[512 + i] = pal.u8();
-    rec.palette[256 + i] = pal.u8();
-    rec.palette[i] = pal.u8();
+    palette[i][2] = pal.u8();
+    palette[i][1] = pal.u8();
+    palette[i][0] = pal.u8();
     pal.u8();
   }
   if (ctx.beginProgress(d.height)) return IMK_ERR_STOPPED;
@@ -235,8 +233,7 @@ int dibEntry(ReadContext& ctx, const uint8_t* data, size_t size, Picture& out) {
           dst[x] = static_cast<uint8_t>(index);
           continue;
         }
-        rgb[0] = rec.palette[index], rgb[1] = rec.palette[256 + index],
-        rgb[2] = rec.palette[512 + index];
+        std::memcpy(rgb, palette[index], 3);
       } else {
         const uint8_t* p = src + static_cast<size_t>(x) * (d.bits / 8);
         rgb[0] = p[2], rgb[1] = p[1], rgb[2] = p[0];
@@ -249,6 +246,8 @@ int dibEntry(ReadContext& ctx, const uint8_t* data, size_t size, Picture& out) {
     if (ctx.advanceProgress(i + 1)) return IMK_ERR_STOPPED;
   }
   if (kind == IMK_MAPPED) {
+    for (int i = 0; i < d.colours; ++i)
+      for (int c = 0; c < 3; ++c) rec.palette[256 * c + i] = palette[i][c];
     rec.colorCount = d.colours;
     simplifyMappedPicture(rec);
   }
@@ -268,25 +267,34 @@ bool sniffType(const uint8_t* data, size_t size, uint16_t type) {
 bool sniffIco(const uint8_t* data, size_t size) { return sniffType(data, size, kIcon); }
 bool sniffCur(const uint8_t* data, size_t size) { return sniffType(data, size, kCursor); }
 
+// The data of the picture asked for, from its offset to the end of the file.
+struct EntryData {
+  const uint8_t* data = nullptr;
+  size_t size = 0;
+};
+
+int findEntry(ReadContext& ctx, EntryData& e) {
+  std::vector<uint32_t> offsets;
+  if (int rc = parseDirectory(ctx, offsets)) return rc;
+  const uint32_t offset = offsets[ctx.pictureIndex()];
+  e.data = ctx.data + offset;
+  e.size = ctx.size - offset;
+  return IMK_OK;
+}
+
 int info(ReadContext& ctx) {
-  std::vector<Entry> entries;
-  if (int rc = parseDirectory(ctx, entries)) return rc;
-  const Entry& e = entries[ctx.pictureIndex()];
-  const uint8_t* data = ctx.data + e.offset;
-  const size_t size = ctx.size - e.offset;
-  if (isPng(data, size)) return pngEntry(ctx, data, size, nullptr);
+  EntryData e;
+  if (int rc = findEntry(ctx, e)) return rc;
+  if (isPng(e.data, e.size)) return pngEntry(ctx, e.data, e.size, nullptr);
   Dib d;
-  return parseDib(ctx, data, size, d);
+  return parseDib(ctx, e.data, e.size, d);
 }
 
 int read(ReadContext& ctx, Picture& out) {
-  std::vector<Entry> entries;
-  if (int rc = parseDirectory(ctx, entries)) return rc;
-  const Entry& e = entries[ctx.pictureIndex()];
-  const uint8_t* data = ctx.data + e.offset;
-  const size_t size = ctx.size - e.offset;
-  if (isPng(data, size)) return pngEntry(ctx, data, size, &out);
-  return dibEntry(ctx, data, size, out);
+  EntryData e;
+  if (int rc = findEntry(ctx, e)) return rc;
+  if (isPng(e.data, e.size)) return pngEntry(ctx, e.data, e.size, &out);
+  return dibEntry(ctx, e.data, e.size, out);
 }
 
 // ---------------------------------------------------------------------------

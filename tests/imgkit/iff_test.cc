@@ -76,6 +76,15 @@ Bytes cmapOf(const std::vector<uint32_t>& colours) {
   return b;
 }
 
+// An uncompressed ILBM of the given display mode (CAMG), CMAP and rows of
+// pixel values.
+Bytes amigaFile(uint32_t camg, int planes, const std::vector<uint32_t>& cmap,
+                const std::vector<std::vector<uint32_t>>& rows) {
+  const int w = static_cast<int>(rows[0].size()), h = static_cast<int>(rows.size());
+  return form("ILBM", {chunk("BMHD", bmhd(w, h, planes)), chunk("CAMG", be32(camg)),
+                       chunk("CMAP", cmapOf(cmap)), chunk("BODY", planar(rows, planes))});
+}
+
 struct Rgb {
   int r, g, b;
   bool operator==(const Rgb& o) const { return r == o.r && g == o.g && b == o.b; }
@@ -109,11 +118,9 @@ TEST_F(IffFile, Ham6KeepsTheLowBitsOfAnEightBitCmap) {
   // 0x00 takes colour 0. Row 1 starts from colour 0: 0x25 gives red 50.
   std::vector<uint32_t> cmap(16, 0);
   cmap[0] = 0x102031, cmap[1] = 0x123456;
-  const Bytes body = planar({{0x01, 0x2A, 0x33, 0x1F, 0x00}, {0x25, 0x00, 0x00, 0x00, 0x00}}, 6);
   OwnedPicture pic;
   FileInfo info;
-  ASSERT_EQ(load(form("ILBM", {chunk("BMHD", bmhd(5, 2, 6)), chunk("CAMG", be32(0x800)),
-                               chunk("CMAP", cmapOf(cmap)), chunk("BODY", body)}),
+  ASSERT_EQ(load(amigaFile(0x800, 6, cmap, {{0x01, 0x2A, 0x33, 0x1F, 0x00}, {0x25, 0, 0, 0, 0}}),
                  pic, 0, &info),
             0)
       << info.errorText;
@@ -133,12 +140,8 @@ TEST_F(IffFile, Ham6OverAFourBitCmapWidensEveryChannel) {
   // 11 22 33, and a modified channel of value 5 as 55.
   std::vector<uint32_t> cmap(16, 0);
   cmap[0] = 0x102030, cmap[1] = 0xF08000;
-  const Bytes body = planar({{0x01, 0x25, 0x00}}, 6);
   OwnedPicture pic;
-  ASSERT_EQ(load(form("ILBM", {chunk("BMHD", bmhd(3, 1, 6)), chunk("CAMG", be32(0x800)),
-                               chunk("CMAP", cmapOf(cmap)), chunk("BODY", body)}),
-                 pic),
-            0);
+  ASSERT_EQ(load(amigaFile(0x800, 6, cmap, {{0x01, 0x25, 0x00}}), pic), 0);
   EXPECT_EQ(at(pic, 0, 0), (Rgb{0xFF, 0x88, 0x00}));
   EXPECT_EQ(at(pic, 1, 0), (Rgb{0x55, 0x88, 0x00}));
   EXPECT_EQ(at(pic, 2, 0), (Rgb{0x11, 0x22, 0x33}));
@@ -149,12 +152,8 @@ TEST_F(IffFile, Ham8ModifiesTheTopSixBits) {
   // 0xC0|1 green to 1 << 2 | (42 & 3) = 06; 0x40|32 blue to 80 | 3 = 83.
   std::vector<uint32_t> cmap(64, 0);
   cmap[2] = 0x814223;
-  const Bytes body = planar({{0x02, 0x80 | 63, 0xC0 | 1, 0x40 | 32}}, 8);
   OwnedPicture pic;
-  ASSERT_EQ(load(form("ILBM", {chunk("BMHD", bmhd(4, 1, 8)), chunk("CAMG", be32(0x800)),
-                               chunk("CMAP", cmapOf(cmap)), chunk("BODY", body)}),
-                 pic),
-            0);
+  ASSERT_EQ(load(amigaFile(0x800, 8, cmap, {{0x02, 0x80 | 63, 0xC0 | 1, 0x40 | 32}}), pic), 0);
   EXPECT_EQ(at(pic, 0, 0), (Rgb{0x81, 0x42, 0x23}));
   EXPECT_EQ(at(pic, 1, 0), (Rgb{0xFD, 0x42, 0x23}));
   EXPECT_EQ(at(pic, 2, 0), (Rgb{0xFD, 0x06, 0x23}));
@@ -168,12 +167,8 @@ TEST_F(IffFile, ExtraHalfBriteColoursAreHalvesWhateverTheCmapHolds) {
     SCOPED_TRACE(entries);
     std::vector<uint32_t> cmap(entries, 0xFFFFFF);
     cmap[5] = 0xC86533;
-    const Bytes body = planar({{5, 37, 63}}, 6);
     OwnedPicture pic;
-    ASSERT_EQ(load(form("ILBM", {chunk("BMHD", bmhd(3, 1, 6)), chunk("CAMG", be32(0x80)),
-                                 chunk("CMAP", cmapOf(cmap)), chunk("BODY", body)}),
-                   pic),
-              0);
+    ASSERT_EQ(load(amigaFile(0x80, 6, cmap, {{5, 37, 63}}), pic), 0);
     EXPECT_EQ(pic->type, IMK_MAPPED);
     EXPECT_EQ(pic->colorCount, 64);
     EXPECT_EQ(at(pic, 0, 0), (Rgb{200, 101, 51}));
