@@ -351,9 +351,11 @@ int read(ReadContext& ctx, Picture& out) {
   const bool byteRun = L.compression == 1;
   const size_t lineBytes = L.lineBytes();
   const uint64_t need = static_cast<uint64_t>(lineBytes) * L.height;
-  // A BODY that could not hold the picture even at the best compression
-  // comes from a hostile header, not from a cut file.
-  if (byteRun && L.bodyLength * kMaxExpansion + 128 < need)
+  // A BODY whose bytes could not fill the picture even at ByteRun1's best
+  // comes from a hostile header rather than a cut file; uncompressed, one
+  // that holds less than 1/64 of the rows leaves too little to show. Either
+  // way the picture's memory is not worth allocating.
+  if (L.bodyAvailable * kMaxExpansion + 128 < need)
     return ctx.fail(IMK_ERR_BAD_FILE, "BODY too short for the picture");
   // Without IMK_FLAG_IGNORE_ERRORS missing data fails before allocating.
   const bool missing = byteRun ? L.bodyAvailable < L.bodyLength : L.bodyAvailable < need;

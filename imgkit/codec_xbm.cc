@@ -90,6 +90,9 @@ bool parseNumber(std::string_view s, uint32_t* out) {
   return true;
 }
 
+// A damaged file must hold at least 1/kLeastShare of its values.
+constexpr uint64_t kLeastShare = 64;
+
 bool endsWith(std::string_view s, std::string_view tail) {
   return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
 }
@@ -175,9 +178,13 @@ int read(ReadContext& ctx, Picture& out) {
   const uint64_t unitsPerRow = (h.width + bitsPerUnit - 1) / bitsPerUnit;
   const uint64_t units = unitsPerRow * h.height;
   Scanner s{h.data, reinterpret_cast<const char*>(ctx.data) + ctx.size};
-  // Every value takes at least one digit and a separator.
-  if (units > s.remaining() / 2 + 1 && !ctx.ignoreErrors())
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  // Every value takes at least one digit and a separator. Missing values
+  // fail before anything is allocated, unless errors are ignored; text for
+  // less than 1/64 of the values is refused even then.
+  const uint64_t least = units * 2 - 1;
+  if (least > s.remaining() && !ctx.ignoreErrors()) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  if (least > s.remaining() * kLeastShare)
+    return ctx.fail(IMK_ERR_BAD_FILE, "too little data for the picture");
   if (!out.allocate(IMK_BINARY, static_cast<int32_t>(h.width), static_cast<int32_t>(h.height)))
     return sizeAcceptable(h.width, h.height, 1) ? ctx.fail(IMK_ERR_MEMORY, "not enough memory")
                                                 : ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

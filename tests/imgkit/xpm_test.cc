@@ -278,11 +278,14 @@ TEST(XpmRead, BrokenFilesAreRefusedAndTruncationKeepsTheRowsRead) {
     EXPECT_EQ(pic->pixels, nullptr);
   }
 
+  // Ignoring errors does not make two codes worth 800 million pixels.
+  OwnedPicture pic;
+  FileInfo info;
+  EXPECT_EQ(test::load(dir.file("huge"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_ERR_BAD_FILE);
+  EXPECT_STREQ(info.errorText, "too little data for the picture");
   // Three rows declared, two present: with errors ignored the two are kept
   // and the third stays index 0.
   writeText(dir.file("cut.xpm"), head + "\"2 3 2 1\",\". c red\",\"# c blue\",\"#.\",\".#\"");
-  OwnedPicture pic;
-  FileInfo info;
   EXPECT_EQ(test::load(dir.file("cut.xpm"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
   EXPECT_STREQ(info.errorText, "truncated");
   ASSERT_EQ(test::load(dir.file("cut.xpm"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
