@@ -281,12 +281,12 @@ std::vector<std::string_view> stringsOf(const uint8_t* data, size_t size) {
     if (*p == '/' && p + 1 < end && p[1] == '*') {
       p += 2;
       while (p + 1 < end && !(p[0] == '*' && p[1] == '/')) ++p;
-      p += 2;
+      p = p + 1 < end ? p + 2 : end;
     } else if (*p == '"') {
       const char* start = ++p;
       while (p < end && *p != '"') ++p;
       out.emplace_back(start, static_cast<size_t>(p - start));
-      ++p;
+      if (p < end) ++p;
     } else {
       ++p;
     }
