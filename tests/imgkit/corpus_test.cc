@@ -62,6 +62,7 @@ const std::map<std::string, std::string>& knownUnsupported() {
       {"gif/pillow/issue_2811.gif", "LZW code size above 8 bits, which the GIF decoder refuses"},
       {"tiff/libtiffpic/text.tif",
        "page 0 is short of data at scanline 320; it loads when read errors are ignored"},
+      {"ico/pillow/no_cursors.cur", "a directory of no entries: the file holds no picture"},
   };
   return m;
 }
@@ -104,6 +105,12 @@ const std::map<std::string, std::string>& knownPixelDifferences() {
        "with each other too)"},
       {"bmp/image-rs/V3_X4_R4_G4_B4.bmp", kFourBit},
       {"bmp/image-rs/V3_X4_R4_G4_B4_Top_Down.bmp", kFourBit},
+      {"iff/iffshow/glass.iff",
+       "HAM6 over a 4-bit CMAP: channels widened like the CMAP; netpbm keeps stale low bits"},
+      {"iff/iffshow/worldmap.iff", "4-bit CMAP widened (0xF0 -> 0xFF); netpbm does not detect it"},
+      {"iff/iffshow/rt64.iff",
+       "EHB colours 32-63 are the halves of 0-31 (as displayed); netpbm shows the surplus CMAP"},
+      {"iff/iffshow/tos.iff", "HAM rows start from CMAP colour 0 (the border); netpbm starts from black"},
   };
   return m;
 }
@@ -137,7 +144,9 @@ std::string graphicsMagick(const std::string& path, const std::string& format) {
 std::string netpbm(const std::string& path, const std::string& format) {
   static const std::map<std::string, std::string> tools = {
       {"png", "pngtopnm"}, {"tiff", "tifftopnm"}, {"bmp", "bmptopnm"},
-      {"jpeg", "djpeg -pnm"}, {"gif", "giftopnm"}, {"pnm", "pamtopnm"}};
+      {"jpeg", "djpeg -pnm"}, {"gif", "giftopnm"}, {"pnm", "pamtopnm"},
+      {"iff", "ilbmtoppm -adjustcolors"}, {"xbm", "xbmtopbm"}, {"xpm", "xpmtoppm"},
+      {"ico", "sh -c 'winicontopam \"$0\" | pamtopnm'"}};
   auto it = tools.find(format);
   return it == tools.end() ? "" : it->second + " " + test::quote(path) + " 2>/dev/null";
 }
@@ -345,7 +354,10 @@ TEST(CorpusTiff, EveryOrientationDisplaysLikeOrientationOne) {
 INSTANTIATE_TEST_SUITE_P(Formats, Corpus,
                          testing::Values(FormatCase{"png", 1}, FormatCase{"jpeg", 2},
                                          FormatCase{"gif", 0}, FormatCase{"tiff", 1},
-                                         FormatCase{"bmp", 1}, FormatCase{"pnm", 1}),
+                                         FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
+                                         FormatCase{"iff", 1}, FormatCase{"pic", 0},
+                                         FormatCase{"xbm", 0}, FormatCase{"xpm", 0},
+                                         FormatCase{"ico", 0}),
                          [](const testing::TestParamInfo<FormatCase>& info) {
                            return std::string(info.param.format);
                          });

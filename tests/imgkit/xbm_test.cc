@@ -1,0 +1,166 @@
+// XBM: hand-written bitmaps in both forms, round trips, cross-checks with
+// ImageMagick in both directions and refusal of broken text.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "imgkit/internal.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using test::OwnedPicture;
+
+void writeText(const std::string& path, const std::string& text) {
+  test::writeFile(path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+// Binary pixels as a string of '#' (black, 0) and '.' (white, 1) per row.
+std::string rowsOf(const OwnedPicture& pic) {
+  std::string s;
+  for (int y = 0; y < pic->height; ++y) {
+    for (int x = 0; x < pic->width; ++x) s += pic.row(y)[x] ? '.' : '#';
+    s += '\n';
+  }
+  return s;
+}
+
+// 10 x 2: row 0 has pixels 0 and 9 black, row 1 pixels 1..8 black. A set bit
+// is black and bits run from the least significant, so row 0 is the bytes
+// 0x01 (pixel 0), 0x02 (pixel 9 = bit 1 of the second byte) and row 1 is
+// 0xFE, 0x01; as 16-bit words 0x0201 and 0x01FE.
+const char kExpected[] = "#........#\n.########.\n";
+
+TEST(XbmRead, X11AndX10FormsWithCommentsAndHotSpotGiveTheSamePixels) {
+  test::TempDir dir;
+  writeText(dir.file("x11.xbm"),
+            "/* a comment before */\n#define arrow_width 10\n#define arrow_height   2\n"
+            "#define arrow_x_hot 1\n#define arrow_y_hot 0\n"
+            "static unsigned char arrow_bits[] = {\n  0x01, 0x02, // row 0\n 0xfe,0x01 };\n");
+  writeText(dir.file("x10.xbm"),
+            "#define old_width 10\n#define old_height 2\nstatic short old_bits[] = {\n"
+            "   0x0201,\n/* second row */ 0x01FE};\n");
+  for (const char* name : {"x11.xbm", "x10.xbm"}) {
+    SCOPED_TRACE(name);
+    OwnedPicture pic;
+    FileInfo info;
+    ASSERT_EQ(test::load(dir.file(name), pic, 0, 0, &info), 0) << info.errorText;
+    EXPECT_EQ(info.formatIndex, imkGetIndex("xbm"));
+    EXPECT_EQ(pic->type, IMK_BINARY);
+    EXPECT_EQ(rowsOf(pic), kExpected);
+    EXPECT_EQ(info.planes * info.bitsPerPlane, 1);
+  }
+}
+
+TEST(XbmRoundTrip, BinaryPicturesOfAnyWidthReadBackExactly) {
+  test::TempDir dir;
+  for (int width : {1, 7, 8, 9, 16, 37}) {
+    SCOPED_TRACE(width);
+    OwnedPicture src, back;
+    test::makePattern(src, IMK_BINARY, width, 11);
+    const std::string path = dir.file("p" + std::to_string(width) + ".xbm");
+    ASSERT_EQ(test::save(path, src.rec, "xbm"), 0);
+    ASSERT_EQ(test::load(path, back), 0);
+    ASSERT_EQ(back->type, IMK_BINARY);
+    EXPECT_EQ(rowsOf(back), rowsOf(src));
+  }
+}
+
+TEST(XbmWrite, OutputIsX11SourceAndOnlyBinaryPicturesAreAccepted) {
+  test::TempDir dir;
+  OwnedPicture pic;
+  ASSERT_NE(imkAllock(&pic.rec, IMK_BINARY, 8, 10, 2), 0);
+  const char* rows[] = {"#........#", ".########."};
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 10; ++x) pic.row(y)[x] = rows[y][x] == '.';
+  ASSERT_EQ(test::save(dir.file("a.xbm"), pic.rec, "xbm"), 0);
+  const std::vector<uint8_t> bytes = test::readFile(dir.file("a.xbm"));
+  const std::string text(bytes.begin(), bytes.end());
+  EXPECT_EQ(text,
+            "#define image_width 10\n#define image_height 2\n"
+            "static unsigned char image_bits[] = {\n  0x01, 0x02, 0xfe, 0x01 };\n");
+
+  for (uint16_t kind : {IMK_GREY, IMK_MAPPED, IMK_RGB}) {
+    OwnedPicture other;
+    test::makePattern(other, kind, 4, 4, 2);
+    EXPECT_EQ(test::save(dir.file("b.xbm"), other.rec, "xbm"), IMK_ERR_CANNOT_SAVE) << kind;
+  }
+  EXPECT_FALSE(test::fileExists(dir.file("b.xbm")));
+}
+
+TEST(XbmCrossCheck, ImageMagickReadsOursAndWeReadImageMagicks) {
+  test::TempDir dir;
+  OwnedPicture src;
+  test::makePattern(src, IMK_BINARY, 45, 19);
+  ASSERT_EQ(test::save(dir.file("ours.xbm"), src.rec, "xbm"), 0);
+  int w, h;
+  std::vector<uint8_t> rgb;
+  ASSERT_TRUE(test::magickToRgb(dir.file("ours.xbm"), &w, &h, &rgb));
+  EXPECT_EQ(w, 45);
+  EXPECT_EQ(h, 19);
+  EXPECT_EQ(rgb, test::toRgb(src.rec));
+
+  // ImageMagick writes the XBM of a PBM that netpbm's converter made.
+  ASSERT_EQ(test::save(dir.file("src.pbm"), src.rec, "pbm"), 0);
+  ASSERT_EQ(test::run("/usr/bin/convert " + test::quote(dir.file("src.pbm")) + " " +
+                      test::quote("xbm:" + dir.file("theirs.xbm")) + " 2>/dev/null"),
+            0);
+  OwnedPicture back;
+  ASSERT_EQ(test::load(dir.file("theirs.xbm"), back), 0);
+  EXPECT_EQ(test::toRgb(back.rec), test::toRgb(src.rec));
+}
+
+TEST(XbmRead, CorpusX10AndX11FilesOfTheSamePictureAgree) {
+  const std::string dir = test::corpusDir() + "/xbm/generated/";
+  OwnedPicture x10, x11;
+  ASSERT_EQ(test::load(dir + "np_x10.xbm", x10), 0);
+  ASSERT_EQ(test::load(dir + "np_x11.xbm", x11), 0);
+  EXPECT_EQ(rowsOf(x10), rowsOf(x11));
+}
+
+TEST(XbmRead, BrokenTextIsRefusedAndTruncationKeepsTheRowsRead) {
+  test::TempDir dir;
+  struct Case {
+    const char* name;
+    const char* text;
+    int code;
+  } cases[] = {
+      {"noheight", "#define a_width 8\nstatic char a_bits[] = {0x01};\n", IMK_ERR_BAD_FILE},
+      {"zero", "#define a_width 0\n#define a_height 1\nstatic char a_bits[] = {0};\n",
+       IMK_ERR_BAD_FILE},
+      {"nodata", "#define a_width 8\n#define a_height 1\n", IMK_ERR_BAD_FILE},
+      {"badvalue", "#define a_width 8\n#define a_height 2\nstatic char a_bits[] = {0x01, 0xZZ};\n",
+       IMK_ERR_CORRUPT},
+      // A header asking for a huge bitmap that the text cannot hold fails
+      // before anything is allocated.
+      {"huge",
+       "#define a_width 1000000\n#define a_height 1000000\nstatic char a_bits[] = {0x01};\n",
+       IMK_ERR_CORRUPT},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    writeText(dir.file(c.name), c.text);
+    OwnedPicture pic;
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file(c.name), pic, 0, 0, &info), c.code);
+    EXPECT_NE(info.errorText[0], '\0');
+    EXPECT_EQ(pic->pixels, nullptr);
+  }
+  // Ignoring errors does not make one value worth a huge bitmap.
+  OwnedPicture pic;
+  FileInfo info;
+  EXPECT_EQ(test::load(dir.file("huge"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_ERR_BAD_FILE);
+  EXPECT_STREQ(info.errorText, "too little data for the picture");
+
+  // Three rows declared, one and a half present: row 0 decoded, the rest
+  // white.
+  writeText(dir.file("cut.xbm"),
+            "#define c_width 10\n#define c_height 3\nstatic char c_bits[] = {\n0x01, 0x02, 0xfe");
+  EXPECT_EQ(test::load(dir.file("cut.xbm"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
+  EXPECT_STREQ(info.errorText, "truncated");
+  ASSERT_EQ(test::load(dir.file("cut.xbm"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+  EXPECT_EQ(rowsOf(pic), "#........#\n.#######..\n..........\n");
+}
+
+}  // namespace
