@@ -345,7 +345,8 @@ TEST(CorpusTiff, EveryOrientationDisplaysLikeOrientationOne) {
 INSTANTIATE_TEST_SUITE_P(Formats, Corpus,
                          testing::Values(FormatCase{"png", 1}, FormatCase{"jpeg", 2},
                                          FormatCase{"gif", 0}, FormatCase{"tiff", 1},
-                                         FormatCase{"bmp", 1}, FormatCase{"pnm", 1}),
+                                         FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
+                                         FormatCase{"webp", 1}),
                          [](const testing::TestParamInfo<FormatCase>& info) {
                            return std::string(info.param.format);
                          });
