@@ -21,7 +21,9 @@
 // reduced size; the generic area reduction finishes the job.
 //
 // A damaged code stream fails; with "ignore errors" it is decoded again in
-// OpenJPEG's lenient mode, which keeps whatever the intact packets give.
+// OpenJPEG's lenient mode, which keeps whatever the intact packets give
+// (unless a tile-part claims far more bytes than any picture of its size
+// needs: the lenient mode would allocate them all).
 //
 // Writing: grey pictures (and binary) as one 8-bit component, true colour as
 // three, kind 512 as four with the fourth marked as alpha. Save quality 0 or
@@ -443,11 +445,64 @@ int info(ReadContext& ctx, OPJ_CODEC_FORMAT format) {
   return checkHeader(ctx, *d.image);
 }
 
+// The largest tile-part length (Psot) the SOT markers of the code stream
+// declare, walking the boxes of a JP2 file to its code stream first. Stops
+// at the first length that leaves the file.
+uint64_t largestTilePart(const uint8_t* data, size_t size, bool boxed) {
+  ByteReader r(data, size);
+  while (boxed) {
+    const size_t start = r.pos();
+    uint64_t length = r.u32be();
+    const uint32_t type = r.u32be();
+    if (length == 1) length = (uint64_t{r.u32be()} << 32) | r.u32be();
+    if (length == 0) length = size - start;
+    if (r.overrun()) return 0;
+    if (type == 0x6A703263) break;  // 'jp2c'
+    if (length < 8 || length > size - start) return 0;
+    r.seek(start + static_cast<size_t>(length));
+  }
+  if (r.u16be() != 0xFF4F) return 0;  // SOC
+  uint64_t largest = 0;
+  while (!r.overrun()) {
+    const size_t start = r.pos();
+    const uint16_t marker = r.u16be();
+    if (marker == 0xFF90) {  // SOT: Lsot, Isot, Psot, TPsot, TNsot
+      r.skip(4);
+      const uint64_t length = r.u32be();
+      if (r.overrun() || length == 0) break;
+      largest = std::max(largest, length);
+      if (length > size - start) break;
+      r.seek(start + static_cast<size_t>(length));
+    } else if ((marker >> 8) == 0xFF && marker != 0xFFD9) {
+      const uint16_t length = r.u16be();
+      if (length < 2) break;
+      r.skip(length - 2u);
+    } else {
+      break;
+    }
+  }
+  return largest;
+}
+
+// OpenJPEG's lenient mode allocates each tile-part at its declared length
+// whether the file holds it or not: fine for a cut file, not for a length
+// far beyond anything a picture of this size could need.
+bool lenientAffordable(const ReadContext& ctx, OPJ_CODEC_FORMAT format, const opj_image_t& image) {
+  uint64_t raw = 0;
+  for (uint32_t c = 0; c < image.numcomps; ++c) {
+    uint32_t w, h;
+    componentSize(image, c, 0, &w, &h);
+    raw += static_cast<uint64_t>(w) * h * ((image.comps[c].prec + 7) / 8);
+  }
+  return largestTilePart(ctx.data, ctx.size, format == OPJ_CODEC_JP2) <=
+         2 * raw + (uint64_t{1} << 20);
+}
+
 int read(ReadContext& ctx, Picture& out, OPJ_CODEC_FORMAT format) {
   auto d = std::make_unique<Decoder>();
   int rc = decode(ctx, format, true, d.get());
   bool damaged = false;
-  if (rc == IMK_ERR_CORRUPT && ctx.ignoreErrors()) {
+  if (rc == IMK_ERR_CORRUPT && ctx.ignoreErrors() && lenientAffordable(ctx, format, *d->image)) {
     // What the lenient mode makes of the damaged stream.
     d = std::make_unique<Decoder>();
     rc = decode(ctx, format, false, d.get());

@@ -529,6 +529,30 @@ TEST(Jpeg2000Hostile, BadHeadersHugeSizesAndLengthsPastTheEndFailCleanly) {
   loadFails(jp2, "long.jp2");
 }
 
+// Found by fuzzing: a tile-part claiming 4 GB in a tiny file made the lenient
+// retry (errors ignored) allocate all of it.
+TEST(Jpeg2000Hostile, TilePartLengthFarBeyondThePictureIsNotRetriedLeniently) {
+  test::TempDir dir;
+  OwnedPicture pic;
+  test::makePattern(pic, IMK_RGB, 32, 32);
+  for (const char* format : {"j2k", "jp2"}) {
+    const std::string path = dir.file(std::string("t.") + format);
+    ASSERT_EQ(test::save(path, pic.rec, format), 0);
+    std::vector<uint8_t> bytes = test::readFile(path);
+    const uint8_t sot[2] = {0xFF, 0x90};
+    auto at = std::search(bytes.begin(), bytes.end(), sot, sot + 2);
+    ASSERT_NE(at, bytes.end());
+    const size_t psot = static_cast<size_t>(at - bytes.begin()) + 6;
+    bytes[psot] = 0xF7, bytes[psot + 1] = 0x00, bytes[psot + 2] = 0x01, bytes[psot + 3] = 0x5D;
+    test::writeFile(path, bytes);
+    for (uint16_t flags : {0, static_cast<int>(IMK_FLAG_IGNORE_ERRORS)}) {
+      OwnedPicture back;
+      EXPECT_EQ(test::load(path, back, 0, flags), IMK_ERR_CORRUPT) << format << " " << flags;
+      EXPECT_EQ(back->pixels, nullptr);
+    }
+  }
+}
+
 TEST(Jpeg2000Hostile, PixelBudgetCountsOpenJpegsOwnSamples) {
   test::TempDir dir;
   OwnedPicture pic;
