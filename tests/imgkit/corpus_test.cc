@@ -357,7 +357,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, Corpus,
                                          FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
                                          FormatCase{"iff", 1}, FormatCase{"pic", 0},
                                          FormatCase{"xbm", 0}, FormatCase{"xpm", 0},
-                                         FormatCase{"ico", 0}),
+                                         FormatCase{"ico", 0}, FormatCase{"webp", 1}),
                          [](const testing::TestParamInfo<FormatCase>& info) {
                            return std::string(info.param.format);
                          });
