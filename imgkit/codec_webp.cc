@@ -96,8 +96,8 @@ int readLayout(ReadContext& ctx, Layout* layout) {
   return IMK_OK;
 }
 
-int allocateFailure(ReadContext& ctx, int32_t width, int32_t height, int bytesPerPixel) {
-  return sizeAcceptable(width, height, bytesPerPixel)
+int allocateFailure(ReadContext& ctx, int32_t width, int32_t height, uint16_t kind) {
+  return sizeAcceptable(width, height, bytesPerPixelOf(kind))
              ? ctx.fail(IMK_ERR_MEMORY, "not enough memory")
              : ctx.fail(IMK_ERR_BAD_FILE, "picture too large");
 }
@@ -128,7 +128,7 @@ int readStill(ReadContext& ctx, const Layout& layout, Picture& out) {
     }
   }
   const uint16_t kind = layout.alpha ? IMK_RGBX : IMK_RGB;
-  if (!out.allocate(kind, width, height)) return allocateFailure(ctx, width, height, 4);
+  if (!out.allocate(kind, width, height)) return allocateFailure(ctx, width, height, kind);
   ImageRecord& rec = out.rec();
   config.output.colorspace = layout.alpha ? MODE_RGBA : MODE_RGB;
   config.output.is_external_memory = 1;
@@ -211,8 +211,9 @@ int readFrame(ReadContext& ctx, const Layout& layout, Picture& out) {
     }
     if (ctx.advanceProgress(i + 1)) return IMK_ERR_STOPPED;
   }
-  if (!out.allocate(layout.alpha ? IMK_RGBX : IMK_RGB, layout.width, layout.height))
-    return allocateFailure(ctx, layout.width, layout.height, 4);
+  const uint16_t kind = layout.alpha ? IMK_RGBX : IMK_RGB;
+  if (!out.allocate(kind, layout.width, layout.height))
+    return allocateFailure(ctx, layout.width, layout.height, kind);
   copyCanvas(canvas, out.rec());
   return broken ? ctx.damaged(IMK_ERR_CORRUPT, "damaged WebP frame") : IMK_OK;
 }

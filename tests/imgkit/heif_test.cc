@@ -9,36 +9,15 @@
 #include <vector>
 
 #include "imgkit/internal.h"
+#include "tests/imgkit/codec_checks.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
+using checks::makeGradient;
+using checks::meanDifference;
+using checks::rgbaOf;
 using test::OwnedPicture;
-
-std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
-  std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 4);
-  for (int y = 0; y < pic.height; ++y)
-    imk::rowToRgba(pic, y, &out[static_cast<size_t>(y) * pic.width * 4]);
-  return out;
-}
-
-double meanDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
-  double sum = 0;
-  for (size_t i = 0; i < a.size(); ++i) sum += std::abs(a[i] - b[i]);
-  return a.empty() ? 0 : sum / static_cast<double>(a.size());
-}
-
-void makeGradient(OwnedPicture& pic, uint16_t type, int w, int h) {
-  ASSERT_TRUE(imkAllock(&pic.rec, type, 8, w, h));
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      test::storeRgb(pic, x, y, static_cast<uint8_t>(x * 255 / (w - 1)),
-                     static_cast<uint8_t>(y * 255 / (h - 1)),
-                     static_cast<uint8_t>(255 - x * 255 / (w - 1)));
-      if (type == IMK_RGBX)
-        pic.row(y)[x * 4 + 3] = static_cast<uint8_t>(x < w / 2 ? 255 : (y * 7) % 256);
-    }
-}
 
 // heif-enc's lossless mode: the coding is lossless, but heif-enc 1.15 still
 // stores Y,Cb,Cr without subsampling (it writes no colour box asking for
@@ -231,24 +210,6 @@ TEST(HeifSniff, BrandsRouteToHeifOrAvif) {
 
 // --- progress, reduced loads ------------------------------------------------
 
-std::vector<std::pair<int, int>> gCalls;
-int gStopAt = -1;
-int record(int step, int count) {
-  gCalls.emplace_back(step, count);
-  return step == gStopAt;
-}
-
-int loadWithProgress(const std::string& path, OwnedPicture& pic, int stopAt) {
-  gCalls.clear();
-  gStopAt = stopAt;
-  pic.reset();
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.flags |= IMK_FLAG_PROGRESS;
-  o.progress = record;
-  return imkLoad(path.c_str(), &pic.rec, &o, nullptr);
-}
-
 TEST(HeifProgress, ClimbsFromZeroStopsWhenAskedAndReducedLoadsFit) {
   test::TempDir dir;
   OwnedPicture src;
@@ -256,21 +217,12 @@ TEST(HeifProgress, ClimbsFromZeroStopsWhenAskedAndReducedLoadsFit) {
   ASSERT_EQ(test::save(dir.file("src.png"), src.rec, "png"), 0);
   const std::string path = dir.file("p.avif");
   ASSERT_TRUE(heifEnc(test::quote(dir.file("src.png")), path, " -q 80"));
-  OwnedPicture pic;
-  ASSERT_EQ(loadWithProgress(path, pic, -1), 0);
-  ASSERT_GE(gCalls.size(), 2u);
-  EXPECT_EQ(gCalls.front().first, 0);
-  EXPECT_EQ(gCalls.back().first, gCalls.back().second);
-  for (size_t i = 1; i < gCalls.size(); ++i) EXPECT_GT(gCalls[i].first, gCalls[i - 1].first);
-  for (int stopAt : {0, 1}) {
-    EXPECT_EQ(loadWithProgress(path, pic, stopAt), IMK_ERR_STOPPED);
-    EXPECT_EQ(pic->pixels, nullptr);
-  }
+  checks::expectProgressClimbsAndStops(path);
   LoadOptions o;
   imkDefaultOption(&o);
   o.flags |= IMK_FLAG_REDUCE;
   o.fitWidth = o.fitHeight = 40;
-  pic.reset();
+  OwnedPicture pic;
   ASSERT_EQ(imkLoad(path.c_str(), &pic.rec, &o, nullptr), 0);
   EXPECT_EQ(pic->width, 40);
   EXPECT_EQ(pic->height, 30);
@@ -323,13 +275,9 @@ TEST(HeifHostile, PixelBudgetRefusesLargePicturesBeforeDecoding) {
   ASSERT_EQ(test::save(dir.file("src.png"), src.rec, "png"), 0);
   const std::string path = dir.file("b.heic");
   ASSERT_TRUE(heifEnc(test::quote(dir.file("src.png")), path, " -q 50"));
-  const size_t old = imk::pixelByteLimit();
-  imk::setPixelByteLimit(200 * 200 * 4);
   OwnedPicture pic;
   FileInfo info;
-  const int rc = test::load(path, pic, 0, 0, &info);
-  imk::setPixelByteLimit(old);
-  EXPECT_EQ(rc, IMK_ERR_BAD_FILE);
+  EXPECT_EQ(checks::loadWithBudget(path, 200 * 200 * 4, pic, &info), IMK_ERR_BAD_FILE);
   EXPECT_STREQ(info.errorText, "picture too large");
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "imgkit/internal.h"
+#include "tests/imgkit/codec_checks.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -393,24 +394,15 @@ TEST(PsdHostile, PixelBudgetRefusesLargeDocuments) {
   Doc d;
   d.width = 400, d.height = 400, d.channels = 3;
   d.data.assign(400 * 400 * 3, 9);
-  const size_t old = imk::pixelByteLimit();
-  imk::setPixelByteLimit(100 * 100 * 3);
+  const std::string path = dir.file("big.psd");
+  test::writeFile(path, build(d));
   OwnedPicture pic;
   FileInfo info;
-  const int rc = loadBytes(dir, build(d), pic, 0, &info);
-  imk::setPixelByteLimit(old);
-  EXPECT_EQ(rc, IMK_ERR_BAD_FILE);
+  EXPECT_EQ(checks::loadWithBudget(path, 100 * 100 * 3, pic, &info), IMK_ERR_BAD_FILE);
   EXPECT_STREQ(info.errorText, "picture too large");
 }
 
 // --- progress ---------------------------------------------------------------
-
-std::vector<std::pair<int, int>> gCalls;
-int gStopAt = -1;
-int record(int step, int count) {
-  gCalls.emplace_back(step, count);
-  return step == gStopAt;
-}
 
 TEST(PsdProgress, ClimbsFromZeroAndStopsWhenAsked) {
   test::TempDir dir;
@@ -419,26 +411,7 @@ TEST(PsdProgress, ClimbsFromZeroAndStopsWhenAsked) {
   d.data.assign(200 * 150 * 3, 77);
   const std::string path = dir.file("p.psd");
   test::writeFile(path, build(d));
-  for (int stopAt : {-1, 0, 1}) {
-    gCalls.clear();
-    gStopAt = stopAt;
-    LoadOptions o;
-    imkDefaultOption(&o);
-    o.flags |= IMK_FLAG_PROGRESS;
-    o.progress = record;
-    OwnedPicture pic;
-    const int rc = imkLoad(path.c_str(), &pic.rec, &o, nullptr);
-    if (stopAt >= 0) {
-      EXPECT_EQ(rc, IMK_ERR_STOPPED);
-      EXPECT_EQ(pic->pixels, nullptr);
-      continue;
-    }
-    ASSERT_EQ(rc, 0);
-    ASSERT_GE(gCalls.size(), 2u);
-    EXPECT_EQ(gCalls.front().first, 0);
-    EXPECT_EQ(gCalls.back().first, gCalls.back().second);
-    for (size_t i = 1; i < gCalls.size(); ++i) EXPECT_GT(gCalls[i].first, gCalls[i - 1].first);
-  }
+  checks::expectProgressClimbsAndStops(path);
 }
 
 }  // namespace

