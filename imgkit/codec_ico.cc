@@ -260,8 +260,8 @@ bool sniffType(const uint8_t* data, size_t size, uint16_t type) {
     return false;
   const size_t count = data[4] | data[5] << 8;
   const size_t offset = data[18] | data[19] << 8 | size_t{data[20]} << 16 | size_t{data[21]} << 24;
-  // The first entry's reserved byte is 0 and its data follows the directory.
-  return count > 0 && data[9] == 0 && offset >= kHeaderSize + kEntrySize * count;
+  // At least one entry, and the first one's data follows the directory.
+  return count > 0 && offset >= kHeaderSize + kEntrySize * count;
 }
 
 bool sniffIco(const uint8_t* data, size_t size) { return sniffType(data, size, kIcon); }
