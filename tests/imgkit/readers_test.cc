@@ -20,9 +20,11 @@ struct Case {
 
 // One picture per format, large enough for several progress steps.
 const Case kCases[] = {
-    {"jpeg", IMK_RGB, 320, 240}, {"png", IMK_RGB, 320, 240},   {"gif", IMK_MAPPED, 320, 240},
-    {"tiff", IMK_RGB, 320, 240, true}, {"bmp", IMK_RGB, 320, 240},   {"pbm", IMK_BINARY, 320, 240},
-    {"pgm", IMK_GREY, 320, 240}, {"ppm", IMK_RGB, 320, 240},   {"pam", IMK_RGB, 320, 240},
+    {"jpeg", IMK_RGB, 320, 240},       {"png", IMK_RGB, 320, 240},    {"gif", IMK_MAPPED, 320, 240},
+    {"tiff", IMK_RGB, 320, 240, true}, {"bmp", IMK_RGB, 320, 240},    {"pbm", IMK_BINARY, 320, 240},
+    {"pgm", IMK_GREY, 320, 240},       {"ppm", IMK_RGB, 320, 240},    {"pam", IMK_RGB, 320, 240},
+    {"iff", IMK_MAPPED, 320, 240},     {"soft", IMK_RGB, 320, 240},   {"xbm", IMK_BINARY, 320, 240},
+    {"xpm", IMK_MAPPED, 320, 240},     {"ico", IMK_MAPPED, 240, 180}, {"cur", IMK_RGB, 200, 150},
 };
 
 class Readers : public testing::TestWithParam<Case> {
@@ -101,7 +103,8 @@ TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
   const size_t rowBytes = static_cast<size_t>(GetParam().width) * 3;
   int same = 0;
   for (int y = 0; y < GetParam().height; ++y)
-    same += std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes, b.begin() + y * rowBytes);
+    same += std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes,
+                       b.begin() + y * rowBytes);
   EXPECT_GE(same, GetParam().height * 4 / 10);
   EXPECT_LT(same, GetParam().height);
 }
