@@ -147,8 +147,8 @@ std::string graphicsMagick(const std::string& path, const std::string& format) {
 // management, which is what the viewer shows.
 std::string netpbm(const std::string& path, const std::string& format) {
   static const std::map<std::string, std::string> tools = {
-      {"png", "pngtopnm"},    {"tiff", "tifftopnm"}, {"bmp", "bmptopnm"},
-      {"jpeg", "djpeg -pnm"}, {"gif", "giftopnm"},   {"pnm", "pamtopnm"}};
+      {"png", "pngtopnm"}, {"tiff", "tifftopnm"}, {"bmp", "bmptopnm"},
+      {"jpeg", "djpeg -pnm"}, {"gif", "giftopnm"}, {"pnm", "pamtopnm"}};
   auto it = tools.find(format);
   return it == tools.end() ? "" : it->second + " " + test::quote(path) + " 2>/dev/null";
 }
@@ -175,8 +175,8 @@ const Oracle kOracles[] = {
     {"suite reference", targaSuiteReference, false},
 };
 
-bool decodeWith(const Oracle& oracle, const std::string& path, const std::string& format, int width,
-                int height, std::vector<uint8_t>* rgba) {
+bool decodeWith(const Oracle& oracle, const std::string& path, const std::string& format,
+                int width, int height, std::vector<uint8_t>* rgba) {
   const std::string cmd = oracle.command(path, format);
   std::string out;
   if (cmd.empty() || test::run(cmd, &out) != 0) return false;
@@ -215,8 +215,8 @@ long comparePixels(const test::OwnedPicture& pic, const std::vector<uint8_t>& re
         for (int c = 0; c < 3; ++c) differs |= std::abs(o[c] - r[c]) > tolerance;
       if (differs && bad++ == 0) {
         char buf[160];
-        std::snprintf(buf, sizeof buf, "first at (%d,%d): ours %d,%d,%d,%d reference %d,%d,%d,%d",
-                      x, y, o[0], o[1], o[2], alpha, r[0], r[1], r[2], r[3]);
+        std::snprintf(buf, sizeof buf, "first at (%d,%d): ours %d,%d,%d,%d reference %d,%d,%d,%d", x, y,
+                      o[0], o[1], o[2], alpha, r[0], r[1], r[2], r[3]);
         *why = buf;
       }
     }
@@ -228,8 +228,7 @@ class Corpus : public testing::TestWithParam<FormatCase> {
   std::vector<const Row*> rows(const char* expected) const {
     std::vector<const Row*> out;
     for (const Row& r : manifest())
-      if (r.role == "test" && r.format == GetParam().format && r.expected == expected)
-        out.push_back(&r);
+      if (r.role == "test" && r.format == GetParam().format && r.expected == expected) out.push_back(&r);
     return out;
   }
 };
@@ -251,9 +250,8 @@ TEST_P(Corpus, GoodFilesLoadWithTheirSizeAndPixels) {
       continue;
     }
     ++loaded;
-    const bool sizeKnownToDiffer =
-        knownSizeDifferences().count(r->path) > 0 ||
-        (r->format == "gif" && isGifScreenSize(path, pic->width, pic->height));
+    const bool sizeKnownToDiffer = knownSizeDifferences().count(r->path) > 0 ||
+                                   (r->format == "gif" && isGifScreenSize(path, pic->width, pic->height));
     if (!sizeKnownToDiffer) {
       EXPECT_EQ(pic->width, r->width) << r->path;
       EXPECT_EQ(pic->height, r->height) << r->path;
@@ -371,11 +369,14 @@ TEST(CorpusTiff, EveryOrientationDisplaysLikeOrientationOne) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, Corpus,
-    testing::Values(FormatCase{"png", 1}, FormatCase{"jpeg", 2}, FormatCase{"gif", 0},
-                    FormatCase{"tiff", 1}, FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
-                    FormatCase{"pcx", 0}, FormatCase{"dcx", 0}, FormatCase{"tga", 1}),
-    [](const testing::TestParamInfo<FormatCase>& info) { return std::string(info.param.format); });
+INSTANTIATE_TEST_SUITE_P(Formats, Corpus,
+                         testing::Values(FormatCase{"png", 1}, FormatCase{"jpeg", 2},
+                                         FormatCase{"gif", 0}, FormatCase{"tiff", 1},
+                                         FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
+                                         FormatCase{"pcx", 0}, FormatCase{"dcx", 0},
+                                         FormatCase{"tga", 1}),
+                         [](const testing::TestParamInfo<FormatCase>& info) {
+                           return std::string(info.param.format);
+                         });
 
 }  // namespace
