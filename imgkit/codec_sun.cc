@@ -196,6 +196,7 @@ int readSun(ReadContext& ctx, Picture& out) {
   if (L.kind == IMK_MAPPED) {
     const uint8_t* map = ctx.data + L.mapOffset;
     const int n = L.mapEntries;
+    std::memset(rec.palette, 0, 768);  // indices without an entry show black
     for (int c = 0; c < 3; ++c)
       std::memcpy(rec.palette + 256 * c, map + n * c, static_cast<size_t>(n));
     rec.colorCount = n;

@@ -143,6 +143,7 @@ void readColorMap(ReadContext& ctx, const TgaLayout& L, ImageRecord& rec) {
   const int entryBytes = (L.mapBits + 7) / 8;
   const uint8_t* e = ctx.data + L.mapOffset;
   const int end = std::min(256, L.mapFirst + L.mapLength);
+  std::memset(rec.palette, 0, 768);  // indices without an entry show black
   for (int i = L.mapFirst; i < end; ++i, e += entryBytes) {
     uint8_t rgb[3];
     if (entryBytes == 2)
