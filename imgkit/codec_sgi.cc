@@ -83,6 +83,7 @@ inline uint8_t sample(const uint8_t* p, int bpc) {
 
 // Decodes one run-length row of `width` samples. False when the codes end
 // before the row is full or would run past it (the rest stays as decoded).
+// A zero code ends the row.
 bool decodeRleRow(const uint8_t* src, size_t length, int bpc, uint8_t* out, int width) {
   const uint8_t* end = src + length / bpc * bpc;
   int x = 0;
@@ -102,7 +103,7 @@ bool decodeRleRow(const uint8_t* src, size_t length, int bpc, uint8_t* out, int 
       x += n;
     }
   }
-  return false;  // no end code
+  return x == width;  // a full row needs no end code
 }
 
 // Places one channel's row of samples into the record's row.
@@ -142,9 +143,9 @@ int decodePixels(ReadContext& ctx, const SgiLayout& L, Picture& out, const char*
       } else {
         const uint64_t start = kHeaderSize + L.tableIndex(row, c) * rowBytes;
         ok = start + rowBytes <= ctx.size;
-        if (ok)
-          for (int x = 0; x < L.width; ++x)
-            samples[x] = sample(ctx.data + start + static_cast<size_t>(x) * L.bpc, L.bpc);
+        if (!ok) std::fill(samples.begin(), samples.end(), 0);
+        for (int x = 0; ok && x < L.width; ++x)
+          samples[x] = sample(ctx.data + start + static_cast<size_t>(x) * L.bpc, L.bpc);
       }
       if (!ok) {
         if (!*damage) *damage = L.rle ? "bad RLE row" : "truncated";
