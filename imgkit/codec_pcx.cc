@@ -83,6 +83,7 @@ int parsePage(ReadContext& ctx, const uint8_t* data, size_t size, PcxPage& P) {
   P.bytesPerLine = le16(data + 66);
   P.headerPalette = data + 16;
 
+  if (P.planes < 1) return ctx.fail(IMK_ERR_BAD_FILE, "no colour planes");
   const bool packed = (P.bits == 1 || P.bits == 2 || P.bits == 4) && P.indexBits() <= 4;
   const bool eight = P.bits == 8 && (P.planes == 1 || P.planes == 3 || P.planes == 4);
   if (!packed && !eight) return ctx.fail(IMK_ERR_BAD_FILE, "unsupported PCX bit depth");

@@ -359,6 +359,24 @@ TEST(PcxRead, TruncatedFileFailsOrKeepsTheDecodedLines) {
   }
 }
 
+// Runs the reader on bytes the way the fuzz target does: without the format
+// being recognised first.
+int readDirectly(const std::vector<uint8_t>& bytes, uint16_t flags) {
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= flags;
+  imk::ReadContext ctx(bytes.data(), bytes.size(), o);
+  imk::Picture pic;
+  return imk::codecs()[imkGetIndex("pcx")]->read(ctx, pic);
+}
+
+// Found by fuzzing: a header with no colour planes gave empty scan lines.
+TEST(PcxRead, ZeroColourPlanesAreRefused) {
+  const std::vector<uint8_t> file = makePcx(8, 2, 1, 0, 2, 0, {0x55, 0, 0x55, 0});
+  EXPECT_EQ(readDirectly(file, 0), IMK_ERR_BAD_FILE);
+  EXPECT_EQ(readDirectly(file, IMK_FLAG_IGNORE_ERRORS), IMK_ERR_BAD_FILE);
+}
+
 // ---------------------------------------------------------------------------
 // DCX.
 
