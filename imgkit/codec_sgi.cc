@@ -122,36 +122,48 @@ void scatter(const SgiLayout& L, int channel, const uint8_t* samples, uint8_t* r
   for (int x = 0; x < w; ++x) row[x * step + at] = samples[x];
 }
 
+// One channel of one file row as 8-bit samples: straight from the file when
+// stored so, else decoded into `samples`. Null when the row is damaged (the
+// first problem is noted in `damage`; `samples` then holds what was decoded,
+// zeros elsewhere).
+const uint8_t* channelRow(const ReadContext& ctx, const SgiLayout& L, int row, int channel,
+                          std::vector<uint8_t>& samples, const char** damage) {
+  auto broken = [damage](const char* why) -> const uint8_t* {
+    if (!*damage) *damage = why;
+    return nullptr;
+  };
+  uint8_t* out = samples.data();
+  if (!L.rle) {
+    const size_t rowBytes = static_cast<size_t>(L.width) * L.bpc;
+    const uint64_t start = kHeaderSize + L.tableIndex(row, channel) * rowBytes;
+    if (start + rowBytes > ctx.size) {
+      std::fill(samples.begin(), samples.end(), 0);
+      return broken("truncated");
+    }
+    const uint8_t* src = ctx.data + start;
+    if (L.bpc == 1) return src;
+    for (int x = 0; x < L.width; ++x) out[x] = sample(src + 2 * x, 2);
+    return out;
+  }
+  const uint8_t* starts = ctx.data + kHeaderSize;
+  const uint8_t* lengths = starts + size_t{static_cast<uint32_t>(L.height)} * L.channels * 4;
+  const size_t i = L.tableIndex(row, channel) * 4;
+  const uint64_t start = be32(starts + i), length = be32(lengths + i);
+  std::fill(samples.begin(), samples.end(), 0);
+  if (start + length > ctx.size) return broken("bad RLE row offset");
+  if (!decodeRleRow(ctx.data + start, length, L.bpc, out, L.width)) return broken("bad RLE row");
+  return out;
+}
+
 int decodePixels(ReadContext& ctx, const SgiLayout& L, Picture& out, const char** damage) {
   const int used = std::min(L.channels, 4);
-  const size_t rowBytes = static_cast<size_t>(L.width) * L.bpc;
-  const size_t tableSize = size_t{static_cast<uint32_t>(L.height)} * L.channels * 4;
-  const uint8_t* starts = ctx.data + kHeaderSize;
-  const uint8_t* lengths = starts + tableSize;
   std::vector<uint8_t> samples(static_cast<size_t>(L.width));
   for (int y = 0; y < L.height; ++y) {
     const int row = L.height - 1 - y;  // rows are stored bottom-up
     for (int c = 0; c < used; ++c) {
-      bool ok;
-      if (L.rle) {
-        const size_t i = L.tableIndex(row, c) * 4;
-        const uint64_t start = be32(starts + i), length = be32(lengths + i);
-        std::fill(samples.begin(), samples.end(), 0);
-        ok = start + length <= ctx.size;
-        if (!ok && !*damage) *damage = "bad RLE row offset";
-        ok = ok && decodeRleRow(ctx.data + start, length, L.bpc, samples.data(), L.width);
-      } else {
-        const uint64_t start = kHeaderSize + L.tableIndex(row, c) * rowBytes;
-        ok = start + rowBytes <= ctx.size;
-        if (!ok) std::fill(samples.begin(), samples.end(), 0);
-        for (int x = 0; ok && x < L.width; ++x)
-          samples[x] = sample(ctx.data + start + static_cast<size_t>(x) * L.bpc, L.bpc);
-      }
-      if (!ok) {
-        if (!*damage) *damage = L.rle ? "bad RLE row" : "truncated";
-        if (!ctx.ignoreErrors()) return IMK_ERR_CORRUPT;
-      }
-      scatter(L, c, samples.data(), out.row(y));
+      const uint8_t* s = channelRow(ctx, L, row, c, samples, damage);
+      if (!s && !ctx.ignoreErrors()) return IMK_ERR_CORRUPT;
+      scatter(L, c, s ? s : samples.data(), out.row(y));
     }
     if (ctx.advanceProgress(y + 1)) return IMK_ERR_STOPPED;
   }

@@ -60,16 +60,33 @@ uint16_t le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8)
 
 bool validMapBits(int bits) { return bits == 15 || bits == 16 || bits == 24 || bits == 32; }
 
+// The base type (mapped, true colour, grey) of an image type byte, plain or
+// run-length encoded; 0 for types without pixels or not supported.
+int baseType(int type) {
+  const int base = type & ~kRleFlag;
+  return base >= kTypeMapped && base <= kTypeGrey ? base : 0;
+}
+
+// The pixel sizes each base type allows (colour indices of 8 bits only).
+bool validDepth(int base, int depth) {
+  switch (base) {
+    case kTypeMapped:
+      return depth == 8;
+    case kTypeTrueColor:
+      return depth == 15 || depth == 16 || depth == 24 || depth == 32;
+    default:
+      return depth == 8 || depth == 16;
+  }
+}
+
+// Targa files carry no signature: the header fields must be consistent.
 bool sniffTga(const uint8_t* d, size_t size) {
   if (size < kHeaderSize) return false;
-  const int mapType = d[1], type = d[2] & ~kRleFlag, depth = d[16];
-  if (mapType > 1 || d[2] > 11 || type < kTypeMapped || type > kTypeGrey) return false;
+  const int mapType = d[1], base = baseType(d[2]);
+  if (mapType > 1 || base == 0 || !validDepth(base, d[16])) return false;
   // Without a colour map its fields must be empty.
   if (mapType == 1 ? !validMapBits(d[7]) : le16(d + 5) != 0) return false;
-  if (type == kTypeMapped && (mapType != 1 || depth != 8)) return false;
-  if (type == kTypeTrueColor && depth != 15 && depth != 16 && depth != 24 && depth != 32)
-    return false;
-  if (type == kTypeGrey && depth != 8 && depth != 16) return false;
+  if (base == kTypeMapped && mapType != 1) return false;
   return le16(d + 12) != 0 && le16(d + 14) != 0;
 }
 
@@ -77,9 +94,8 @@ int parseHeader(ReadContext& ctx, TgaLayout& L) {
   if (ctx.size < kHeaderSize) return ctx.fail(IMK_ERR_BAD_FILE, "file too short");
   const uint8_t* d = ctx.data;
   const int idLength = d[0], mapType = d[1];
-  if (d[2] > 11 || (d[2] & 7) < kTypeMapped || (d[2] & 7) > kTypeGrey)
-    return ctx.fail(IMK_ERR_BAD_FILE, "unsupported Targa image type");
-  L.base = d[2] & 7;
+  L.base = baseType(d[2]);
+  if (L.base == 0) return ctx.fail(IMK_ERR_BAD_FILE, "unsupported Targa image type");
   L.rle = (d[2] & kRleFlag) != 0;
   if (mapType > 1) return ctx.fail(IMK_ERR_BAD_FILE, "unknown colour map type");
   L.mapFirst = le16(d + 3);
@@ -93,20 +109,9 @@ int parseHeader(ReadContext& ctx, TgaLayout& L) {
   L.topDown = (d[17] & kTopDown) != 0;
   if (L.width == 0 || L.height == 0) return ctx.fail(IMK_ERR_BAD_FILE, "bad picture size");
 
-  switch (L.base) {
-    case kTypeMapped:
-      if (mapType != 1 || L.mapLength == 0) return ctx.fail(IMK_ERR_BAD_FILE, "no colour map");
-      if (L.depth != 8) return ctx.fail(IMK_ERR_BAD_FILE, "unsupported colour index size");
-      break;
-    case kTypeTrueColor:
-      if (L.depth != 15 && L.depth != 16 && L.depth != 24 && L.depth != 32)
-        return ctx.fail(IMK_ERR_BAD_FILE, "unsupported bit depth");
-      break;
-    default:
-      if (L.depth != 8 && L.depth != 16)
-        return ctx.fail(IMK_ERR_BAD_FILE, "unsupported grey depth");
-      break;
-  }
+  if (!validDepth(L.base, L.depth)) return ctx.fail(IMK_ERR_BAD_FILE, "unsupported bit depth");
+  if (L.base == kTypeMapped && (mapType != 1 || L.mapLength == 0))
+    return ctx.fail(IMK_ERR_BAD_FILE, "no colour map");
   // A true-colour or grey file may still carry a map: it is skipped.
   if (mapType == 1 && !validMapBits(L.mapBits))
     return ctx.fail(IMK_ERR_BAD_FILE, "unsupported colour map entry size");
@@ -215,11 +220,9 @@ void convertRow(const uint8_t* src, int width, uint8_t* dst, int step) {
   for (int x = 0; x < width; ++x, dst += step) {
     if constexpr (kDepth == 8) {
       dst[0] = src[x];
-    } else if constexpr (kDepth == 16 && !kAlpha) {  // grey of grey + alpha, or colour
+    } else if constexpr (kDepth == 16) {  // 15 and 16 bits; the top bit may be alpha
       color16(src + 2 * x, dst);
-    } else if constexpr (kDepth == 16) {
-      color16(src + 2 * x, dst);
-      dst[3] = src[2 * x + 1] & 0x80 ? 255 : 0;
+      if constexpr (kAlpha) dst[3] = src[2 * x + 1] & 0x80 ? 255 : 0;
     } else {
       constexpr int n = kDepth / 8;
       const uint8_t* s = src + n * x;
@@ -229,6 +232,7 @@ void convertRow(const uint8_t* src, int width, uint8_t* dst, int step) {
   }
 }
 
+// Sixteen-bit grey: the low byte is the level, the high byte alpha.
 void greyAlphaRow(const uint8_t* src, int width, uint8_t* dst, int step, bool alpha) {
   for (int x = 0; x < width; ++x, dst += step) {
     if (alpha)

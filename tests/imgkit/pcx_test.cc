@@ -323,13 +323,6 @@ TEST(PcxRead, HostileHeadersAreRefusedBeforeAllocating) {
     EXPECT_EQ(pic->pixels, nullptr);
   }
   // Even when errors are ignored the huge one is too large to allocate.
-  imk::setPixelByteLimit(size_t{64} << 20);
-  test::writeFile(dir.file("h.pcx"), cases[0].file);
-  OwnedPicture pic;
-  FileInfo info;
-  EXPECT_EQ(test::load(dir.file("h.pcx"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_ERR_BAD_FILE);
-  EXPECT_STREQ(info.errorText, "picture too large");
-  imk::setPixelByteLimit(size_t{1} << 32);
 }
 
 TEST(PcxRead, TruncatedFileFailsOrKeepsTheDecodedLines) {
@@ -433,8 +426,9 @@ TEST(PcxInfo, HeadersGivePlanesAndBits) {
 
 // ---------------------------------------------------------------------------
 // What the four hand-written raster readers share: progress that starts at
-// step 0 and can stop the load (or the save, leaving no file), and the same
-// picture through a reduced load as through a full one reduced afterwards.
+// step 0 and can stop the load (or the save, leaving no file), the same
+// picture through a reduced load as through a full one reduced afterwards,
+// and no allocation beyond the pixel limit even when errors are ignored.
 
 struct RasterCase {
   const char* format;
@@ -442,7 +436,18 @@ struct RasterCase {
   int option;  // run-length coding on or off
 };
 
-class RasterFormats : public testing::TestWithParam<RasterCase> {};
+class RasterFormats : public testing::TestWithParam<RasterCase> {
+ protected:
+  void SetUp() override {
+    const RasterCase& c = GetParam();
+    test::makePattern(src_, c.kind, 120, 90, 200);
+    path_ = dir_.file(std::string("p.") + c.format);
+    ASSERT_EQ(test::save(path_, src_.rec, c.format, 0, c.option), 0);
+  }
+  test::TempDir dir_;
+  OwnedPicture src_;
+  std::string path_;
+};
 
 std::vector<std::pair<int, int>> gSteps;
 int gStopAt = -1;
@@ -452,51 +457,40 @@ int recordStep(int step, int count) {
 }
 
 TEST_P(RasterFormats, ProgressClimbsFromZeroAndStoppingGives15) {
-  const RasterCase& c = GetParam();
-  test::TempDir dir;
-  OwnedPicture src, pic;
-  test::makePattern(src, c.kind, 120, 90, 200);
-  const std::string path = dir.file(std::string("p.") + c.format);
-  ASSERT_EQ(test::save(path, src.rec, c.format, 0, c.option), 0);
+  OwnedPicture pic;
   LoadOptions o;
   imkDefaultOption(&o);
   o.flags |= IMK_FLAG_PROGRESS;
   o.progress = recordStep;
   gSteps.clear();
   gStopAt = -1;
-  ASSERT_EQ(imkLoad(path.c_str(), &pic.rec, &o, nullptr), 0);
+  ASSERT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), 0);
   ASSERT_GE(gSteps.size(), 2u);
   EXPECT_EQ(gSteps.front().first, 0);
   EXPECT_EQ(gSteps.back().first, gSteps.back().second);
   for (size_t i = 1; i < gSteps.size(); ++i) EXPECT_EQ(gSteps[i].first, gSteps[i - 1].first + 1);
   pic.reset();
   gStopAt = 2;
-  EXPECT_EQ(imkLoad(path.c_str(), &pic.rec, &o, nullptr), IMK_ERR_STOPPED);
+  EXPECT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), IMK_ERR_STOPPED);
   EXPECT_EQ(pic->pixels, nullptr);
   // Saving stops the same way and leaves no file.
-  o.formatIndex = imkGetIndex(c.format);
-  o.saveOption = static_cast<uint16_t>(c.option);
-  EXPECT_EQ(imkSave(dir.file("stopped").c_str(), &src.rec, &o), IMK_ERR_STOPPED);
-  EXPECT_FALSE(test::fileExists(dir.file("stopped")));
+  o.formatIndex = imkGetIndex(GetParam().format);
+  o.saveOption = static_cast<uint16_t>(GetParam().option);
+  EXPECT_EQ(imkSave(dir_.file("stopped").c_str(), &src_.rec, &o), IMK_ERR_STOPPED);
+  EXPECT_FALSE(test::fileExists(dir_.file("stopped")));
 }
 
 TEST_P(RasterFormats, ReducedLoadEqualsTheFullPictureReduced) {
-  const RasterCase& c = GetParam();
-  test::TempDir dir;
-  OwnedPicture src, small;
-  test::makePattern(src, c.kind, 120, 90, 200);
-  const std::string path = dir.file(std::string("p.") + c.format);
-  ASSERT_EQ(test::save(path, src.rec, c.format, 0, c.option), 0);
+  OwnedPicture small, whole;
   LoadOptions o;
   imkDefaultOption(&o);
   o.flags |= IMK_FLAG_REDUCE;
   o.fitWidth = 40;
   o.fitHeight = 40;
-  ASSERT_EQ(imkLoad(path.c_str(), &small.rec, &o, nullptr), 0);
+  ASSERT_EQ(imkLoad(path_.c_str(), &small.rec, &o, nullptr), 0);
   EXPECT_EQ(small->width, 40);
   EXPECT_EQ(small->height, 30);
-  OwnedPicture whole;
-  ASSERT_EQ(test::load(path, whole), 0);
+  ASSERT_EQ(test::load(path_, whole), 0);
   imk::Picture full;  // takes the buffers over
   full.rec() = whole.rec;
   std::memset(&whole.rec, 0, sizeof whole.rec);
@@ -514,5 +508,52 @@ INSTANTIATE_TEST_SUITE_P(
       return std::string(info.param.format) + "_" + std::to_string(info.param.kind) +
              (info.param.option ? "_rle" : "_plain");
     });
+
+// Headers of pictures of 12 to 17 GB followed by a few bytes. Without
+// IMK_FLAG_IGNORE_ERRORS they fail as truncated (or with truncated tables)
+// before anything is allocated; with it, the pixel limit refuses them.
+TEST(RasterHeaders, HugePicturesAreRefusedEvenWhenErrorsAreIgnored) {
+  std::vector<uint8_t> tga = {0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 32, 0};
+  std::vector<uint8_t> sgi(512, 0);
+  for (auto [at, v] : {std::pair{0, 0x01},
+                       {1, 0xDA},
+                       {3, 1},
+                       {5, 3},
+                       {6, 0xFF},
+                       {7, 0xFF},
+                       {8, 0xFF},
+                       {9, 0xFF},
+                       {11, 4}})
+    sgi[at] = static_cast<uint8_t>(v);
+  std::vector<uint8_t> sun = {0x59, 0xA6, 0x6A, 0x95, 0, 0x10, 0, 0, 0, 0x10, 0, 0, 0, 0, 0, 24};
+  sun.resize(32);
+  sun[23] = 1;  // standard type
+  struct Case {
+    const char* format;
+    std::vector<uint8_t> file;
+    int code;
+  } cases[] = {
+      {"pcx", makePcx(65535, 65536, 8, 3, 65535, 1, {}), IMK_ERR_CORRUPT},
+      {"tga", tga, IMK_ERR_CORRUPT},
+      {"sgi", sgi, IMK_ERR_CORRUPT},
+      {"sun", sun, IMK_ERR_CORRUPT},
+  };
+  test::TempDir dir;
+  imk::setPixelByteLimit(size_t{64} << 20);
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.format);
+    c.file.insert(c.file.end(), {0xFF, 0, 0xFF, 0, 0xFF, 0});
+    test::writeFile(dir.file("huge"), c.file);
+    OwnedPicture pic;
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file("huge"), pic, 0, 0, &info), c.code) << info.errorText;
+    EXPECT_EQ(info.formatIndex, imkGetIndex(c.format));
+    EXPECT_EQ(test::load(dir.file("huge"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info),
+              IMK_ERR_BAD_FILE);
+    EXPECT_STREQ(info.errorText, "picture too large");
+    EXPECT_EQ(pic->pixels, nullptr);
+  }
+  imk::setPixelByteLimit(size_t{1} << 32);
+}
 
 }  // namespace

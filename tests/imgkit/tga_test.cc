@@ -262,44 +262,16 @@ TEST(TgaRead, AlphaIsKeptOnlyWhenDeclaredAndNotBlank) {
     uint16_t kind;
     std::vector<uint8_t> rgba;
   } cases[] = {
-      {"32 declared",
-       2,
-       32,
-       0x28,
-       {1, 2, 3, 0, 4, 5, 6, 128},
-       IMK_RGBX,
-       {3, 2, 1, 0, 6, 5, 4, 128}},
-      {"32 blank", 2, 32, 0x28, {1, 2, 3, 0, 4, 5, 6, 0}, IMK_RGB, {3, 2, 1, 255, 6, 5, 4, 255}},
-      {"32 undeclared",
-       2,
-       32,
-       0x20,
-       {1, 2, 3, 9, 4, 5, 6, 128},
-       IMK_RGB,
-       {3, 2, 1, 255, 6, 5, 4, 255}},
+      // clang-format off
+      {"32 declared",      2, 32, 0x28, {1, 2, 3, 0, 4, 5, 6, 128}, IMK_RGBX, {3, 2, 1, 0, 6, 5, 4, 128}},
+      {"32 blank",         2, 32, 0x28, {1, 2, 3, 0, 4, 5, 6, 0},   IMK_RGB,  {3, 2, 1, 255, 6, 5, 4, 255}},
+      {"32 undeclared",    2, 32, 0x20, {1, 2, 3, 9, 4, 5, 6, 128}, IMK_RGB,  {3, 2, 1, 255, 6, 5, 4, 255}},
       // 16-bit: the top bit; 0x801F is opaque blue, 0x7C00 transparent red.
-      {"16 declared",
-       2,
-       16,
-       0x21,
-       {0x1F, 0x80, 0x00, 0x7C},
-       IMK_RGBX,
-       {0, 0, 255, 255, 255, 0, 0, 0}},
-      {"16 undeclared",
-       2,
-       16,
-       0x20,
-       {0x1F, 0x80, 0x00, 0x7C},
-       IMK_RGB,
-       {0, 0, 255, 255, 255, 0, 0, 255}},
-      {"grey alpha", 3, 16, 0x28, {50, 255, 60, 7}, IMK_RGBX, {50, 50, 50, 255, 60, 60, 60, 7}},
-      {"grey blank alpha",
-       3,
-       16,
-       0x28,
-       {50, 0, 60, 0},
-       IMK_GREY,
-       {50, 50, 50, 255, 60, 60, 60, 255}},
+      {"16 declared",      2, 16, 0x21, {0x1F, 0x80, 0x00, 0x7C},   IMK_RGBX, {0, 0, 255, 255, 255, 0, 0, 0}},
+      {"16 undeclared",    2, 16, 0x20, {0x1F, 0x80, 0x00, 0x7C},   IMK_RGB,  {0, 0, 255, 255, 255, 0, 0, 255}},
+      {"grey alpha",       3, 16, 0x28, {50, 255, 60, 7},           IMK_RGBX, {50, 50, 50, 255, 60, 60, 60, 7}},
+      {"grey blank alpha", 3, 16, 0x28, {50, 0, 60, 0},             IMK_GREY, {50, 50, 50, 255, 60, 60, 60, 255}},
+      // clang-format on
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -410,13 +382,6 @@ TEST(TgaRead, HostileHeadersAreRefusedBeforeAllocating) {
     EXPECT_EQ(test::load(dir.file("h.tga"), pic, 0, 0, &info), c.code) << info.errorText;
     EXPECT_EQ(pic->pixels, nullptr);
   }
-  imk::setPixelByteLimit(size_t{64} << 20);
-  test::writeFile(dir.file("h.tga"), cases[0].file);
-  OwnedPicture pic;
-  FileInfo info;
-  EXPECT_EQ(test::load(dir.file("h.tga"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_ERR_BAD_FILE);
-  EXPECT_STREQ(info.errorText, "picture too large");
-  imk::setPixelByteLimit(size_t{1} << 32);
 }
 
 TEST(TgaRead, TruncatedFileFailsOrKeepsTheBottomRows) {
