@@ -110,7 +110,17 @@ const std::map<std::string, std::string>& knownPixelDifferences() {
       {"iff/iffshow/worldmap.iff", "4-bit CMAP widened (0xF0 -> 0xFF); netpbm does not detect it"},
       {"iff/iffshow/rt64.iff",
        "EHB colours 32-63 are the halves of 0-31 (as displayed); netpbm shows the surplus CMAP"},
-      {"iff/iffshow/tos.iff", "HAM rows start from CMAP colour 0 (the border); netpbm starts from black"},
+      {"iff/iffshow/tos.iff",
+       "HAM rows start from CMAP colour 0 (the border); netpbm starts from black"},
+      {"tga/image-rs/b5-unused-cmap.tga",
+       "the unused colour map is skipped (pixels equal b5-noattrib.tga); GraphicsMagick reads "
+       "it as pixels, ImageMagick refuses the file"},
+      {"tga/pillow/la.tga",
+       "grey + alpha shown with its alpha; ImageMagick reads the two bytes as colour, "
+       "GraphicsMagick refuses the file"},
+      {"ras/generated/gimp_rgb_rle.ras",
+       "matches netpbm but for its last 39 pixels: the length field counts unencoded bytes and "
+       "netpbm stops there; ImageMagick swaps red and blue, GraphicsMagick refuses the file"},
   };
   return m;
 }
@@ -132,8 +142,10 @@ struct Oracle {
 };
 
 std::string imageMagick(const std::string& path, const std::string& format) {
+  // ImageMagick keeps a Targa file's rows as stored; -auto-orient applies
+  // the orientation it records.
   return "/usr/bin/convert " + test::quote(path + "[0]") + (format == "gif" ? " -coalesce" : "") +
-         " -depth 8 rgba:- 2>/dev/null";
+         (format == "tga" ? " -auto-orient" : "") + " -depth 8 rgba:- 2>/dev/null";
 }
 std::string graphicsMagick(const std::string& path, const std::string& format) {
   return "gm convert " + test::quote(path + "[0]") + (format == "gif" ? " -coalesce" : "") +
@@ -143,22 +155,48 @@ std::string graphicsMagick(const std::string& path, const std::string& format) {
 // management, which is what the viewer shows.
 std::string netpbm(const std::string& path, const std::string& format) {
   static const std::map<std::string, std::string> tools = {
-      {"png", "pngtopnm"}, {"tiff", "tifftopnm"}, {"bmp", "bmptopnm"},
-      {"jpeg", "djpeg -pnm"}, {"gif", "giftopnm"}, {"pnm", "pamtopnm"},
-      {"iff", "ilbmtoppm -adjustcolors"}, {"xbm", "xbmtopbm"}, {"xpm", "xpmtoppm"},
-      {"ico", "sh -c 'winicontopam \"$0\" | pamtopnm'"}};
+      {"png", "pngtopnm"},
+      {"tiff", "tifftopnm"},
+      {"bmp", "bmptopnm"},
+      {"jpeg", "djpeg -pnm"},
+      {"gif", "giftopnm"},
+      {"pnm", "pamtopnm"},
+      {"iff", "ilbmtoppm -adjustcolors"},
+      {"xbm", "xbmtopbm"},
+      {"xpm", "xpmtoppm"},
+      {"ico", "sh -c 'winicontopam \"$0\" | pamtopnm'"},
+      {"pcx", "pcxtoppm"},
+      {"tga", "tgatopnm"},
+      {"sgi", "sgitopnm"},
+      {"ras", "rasttopnm"}};
   auto it = tools.find(format);
   return it == tools.end() ? "" : it->second + " " + test::quote(path) + " 2>/dev/null";
+}
+
+// Targa suites ship their expected renderings: gdk-pixbuf's <file>.ref.png,
+// and Pillow's common/<size>_<mode>.png for every origin and compression.
+std::string targaSuiteReference(const std::string& path, const std::string& format) {
+  if (format != "tga") return "";
+  std::string ref = path + ".ref.png";
+  const size_t common = path.find("/pillow/common/");
+  if (!test::fileExists(ref) && common != std::string::npos) {
+    const size_t name = common + 15, mode = path.find('_', name);
+    const size_t origin = mode == std::string::npos ? mode : path.find('_', mode + 1);
+    if (origin != std::string::npos) ref = path.substr(0, origin) + ".png";
+  }
+  if (!test::fileExists(ref)) return "";
+  return "/usr/bin/convert " + test::quote(ref) + " -depth 8 rgba:- 2>/dev/null";
 }
 
 const Oracle kOracles[] = {
     {"ImageMagick", imageMagick, false},
     {"GraphicsMagick", graphicsMagick, false},
     {"netpbm", netpbm, true},
+    {"suite reference", targaSuiteReference, false},
 };
 
-bool decodeWith(const Oracle& oracle, const std::string& path, const std::string& format,
-                int width, int height, std::vector<uint8_t>* rgba) {
+bool decodeWith(const Oracle& oracle, const std::string& path, const std::string& format, int width,
+                int height, std::vector<uint8_t>* rgba) {
   const std::string cmd = oracle.command(path, format);
   std::string out;
   if (cmd.empty() || test::run(cmd, &out) != 0) return false;
@@ -197,8 +235,8 @@ long comparePixels(const test::OwnedPicture& pic, const std::vector<uint8_t>& re
         for (int c = 0; c < 3; ++c) differs |= std::abs(o[c] - r[c]) > tolerance;
       if (differs && bad++ == 0) {
         char buf[160];
-        std::snprintf(buf, sizeof buf, "first at (%d,%d): ours %d,%d,%d,%d reference %d,%d,%d,%d", x, y,
-                      o[0], o[1], o[2], alpha, r[0], r[1], r[2], r[3]);
+        std::snprintf(buf, sizeof buf, "first at (%d,%d): ours %d,%d,%d,%d reference %d,%d,%d,%d",
+                      x, y, o[0], o[1], o[2], alpha, r[0], r[1], r[2], r[3]);
         *why = buf;
       }
     }
@@ -210,7 +248,8 @@ class Corpus : public testing::TestWithParam<FormatCase> {
   std::vector<const Row*> rows(const char* expected) const {
     std::vector<const Row*> out;
     for (const Row& r : manifest())
-      if (r.role == "test" && r.format == GetParam().format && r.expected == expected) out.push_back(&r);
+      if (r.role == "test" && r.format == GetParam().format && r.expected == expected)
+        out.push_back(&r);
     return out;
   }
 };
@@ -232,8 +271,9 @@ TEST_P(Corpus, GoodFilesLoadWithTheirSizeAndPixels) {
       continue;
     }
     ++loaded;
-    const bool sizeKnownToDiffer = knownSizeDifferences().count(r->path) > 0 ||
-                                   (r->format == "gif" && isGifScreenSize(path, pic->width, pic->height));
+    const bool sizeKnownToDiffer =
+        knownSizeDifferences().count(r->path) > 0 ||
+        (r->format == "gif" && isGifScreenSize(path, pic->width, pic->height));
     if (!sizeKnownToDiffer) {
       EXPECT_EQ(pic->width, r->width) << r->path;
       EXPECT_EQ(pic->height, r->height) << r->path;
@@ -351,15 +391,14 @@ TEST(CorpusTiff, EveryOrientationDisplaysLikeOrientationOne) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, Corpus,
-                         testing::Values(FormatCase{"png", 1}, FormatCase{"jpeg", 2},
-                                         FormatCase{"gif", 0}, FormatCase{"tiff", 1},
-                                         FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
-                                         FormatCase{"iff", 1}, FormatCase{"pic", 0},
-                                         FormatCase{"xbm", 0}, FormatCase{"xpm", 0},
-                                         FormatCase{"ico", 0}, FormatCase{"webp", 1}),
-                         [](const testing::TestParamInfo<FormatCase>& info) {
-                           return std::string(info.param.format);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Formats, Corpus,
+    testing::Values(FormatCase{"png", 1}, FormatCase{"jpeg", 2}, FormatCase{"gif", 0},
+                    FormatCase{"tiff", 1}, FormatCase{"bmp", 1}, FormatCase{"pnm", 1},
+                    FormatCase{"iff", 1}, FormatCase{"pic", 0}, FormatCase{"xbm", 0},
+                    FormatCase{"xpm", 0}, FormatCase{"ico", 0}, FormatCase{"webp", 1},
+                    FormatCase{"pcx", 0}, FormatCase{"dcx", 0}, FormatCase{"tga", 1},
+                    FormatCase{"sgi", 1}, FormatCase{"ras", 0}),
+    [](const testing::TestParamInfo<FormatCase>& info) { return std::string(info.param.format); });
 
 }  // namespace

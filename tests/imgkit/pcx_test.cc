@@ -1,0 +1,559 @@
+// PCX and DCX: round trips of every kind with and without run-length coding,
+// files checked against ImageMagick and netpbm in both directions, the
+// layouts of hand-made files (bit planes, packed pixels, header palettes),
+// run-length codes that cross lines, and hostile headers. At the end, the
+// behaviour the four hand-written raster readers (PCX, Targa, SGI, Sun) share.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "imgkit/internal.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using test::OwnedPicture;
+
+// A PCX header followed by `data` (and, for 8-bit files, nothing else:
+// callers append a palette when they want one).
+std::vector<uint8_t> makePcx(int width, int height, int bits, int planes, int bytesPerLine,
+                             int encoding, const std::vector<uint8_t>& data,
+                             const std::vector<uint8_t>& headerPalette = {}, int version = 5) {
+  std::vector<uint8_t> b(128, 0);
+  auto u16 = [&](size_t at, int v) { b[at] = v & 255, b[at + 1] = (v >> 8) & 255; };
+  b[0] = 0x0A, b[1] = static_cast<uint8_t>(version), b[2] = static_cast<uint8_t>(encoding);
+  b[3] = static_cast<uint8_t>(bits);
+  u16(8, width - 1);
+  u16(10, height - 1);
+  for (size_t i = 0; i < headerPalette.size() && i < 48; ++i) b[16 + i] = headerPalette[i];
+  b[65] = static_cast<uint8_t>(planes);
+  u16(66, bytesPerLine);
+  u16(68, 1);
+  b.insert(b.end(), data.begin(), data.end());
+  return b;
+}
+
+// The 256-colour palette that ends 8-bit files: entry i = (i, 255 - i, 7).
+void appendPalette(std::vector<uint8_t>& file) {
+  file.push_back(12);
+  for (int i = 0; i < 256; ++i) file.insert(file.end(), {uint8_t(i), uint8_t(255 - i), 7});
+}
+
+std::vector<uint8_t> rgbAt(const OwnedPicture& pic, int x, int y) {
+  const std::vector<uint8_t> all = test::toRgb(pic.rec);
+  const size_t i = (static_cast<size_t>(y) * pic->width + x) * 3;
+  return {all[i], all[i + 1], all[i + 2]};
+}
+
+struct KindCase {
+  const char* name;
+  uint16_t type;
+  int levels;
+  uint16_t loaded;   // the kind read back
+  int bits, planes;  // as stored
+};
+
+const KindCase kKinds[] = {
+    {"binary", IMK_BINARY, 2, IMK_BINARY, 1, 1},
+    {"grey256", IMK_GREY, 256, IMK_GREY, 8, 1},
+    {"grey16", IMK_GREY, 16, IMK_MAPPED, 8, 1},
+    {"mapped200", IMK_MAPPED, 200, IMK_MAPPED, 8, 1},
+    {"mapped12", IMK_MAPPED, 12, IMK_MAPPED, 8, 1},
+    {"rgb", IMK_RGB, 256, IMK_RGB, 8, 3},
+    {"bgr", IMK_BGR, 256, IMK_RGB, 8, 3},
+    {"xbgr", IMK_XBGR, 256, IMK_RGB, 8, 3},
+    {"rgbx", IMK_RGBX, 256, IMK_RGB, 8, 3},
+};
+
+TEST(PcxRoundTrip, EveryKindReadsBackWithTheSameColoursCompressedOrNot) {
+  test::TempDir dir;
+  for (const KindCase& c : kKinds)
+    for (int rle = 0; rle <= 1; ++rle) {
+      SCOPED_TRACE(std::string(c.name) + (rle ? " rle" : " plain"));
+      OwnedPicture src, back;
+      test::makePattern(src, c.type, 37, 23, c.levels);
+      const std::string path = dir.file("x.pcx");
+      ASSERT_EQ(test::save(path, src.rec, "pcx", 0, rle), 0);
+      const std::vector<uint8_t> bytes = test::readFile(path);
+      ASSERT_GT(bytes.size(), 128u);
+      EXPECT_EQ(bytes[2], rle);
+      EXPECT_EQ(bytes[3], c.bits);
+      EXPECT_EQ(bytes[65], c.planes);
+      EXPECT_EQ((bytes[66] | bytes[67] << 8) % 2, 0);  // even bytes per line
+      ASSERT_EQ(test::load(path, back), 0);
+      EXPECT_EQ(back->type, c.loaded);
+      ASSERT_EQ(back->width, 37);
+      ASSERT_EQ(back->height, 23);
+      EXPECT_EQ(test::toRgb(back.rec), test::toRgb(src.rec));
+      if (c.type == IMK_BINARY || c.type == IMK_GREY || c.type == IMK_MAPPED) {
+        EXPECT_EQ(test::pixelsOf(back.rec), test::pixelsOf(src.rec));
+      }
+    }
+}
+
+TEST(PcxWrite, CompressionShrinksFlatPicturesAndBytesAbove191AreEscaped) {
+  test::TempDir dir;
+  OwnedPicture flat, back;
+  ASSERT_NE(imkAllock(&flat.rec, IMK_GREY, 8, 300, 20), 0);
+  for (int y = 0; y < 20; ++y)
+    for (int x = 0; x < 300; ++x) flat.row(y)[x] = static_cast<uint8_t>(x < 150 ? 200 : 0xC5 + y);
+  // Lone bytes that look like run codes must be written as runs of one.
+  for (int y = 0; y < 20; ++y) flat.row(y)[0] = 0xC7, flat.row(y)[1] = 0x05;
+  ASSERT_EQ(test::save(dir.file("plain.pcx"), flat.rec, "pcx", 0, 0), 0);
+  ASSERT_EQ(test::save(dir.file("rle.pcx"), flat.rec, "pcx", 0, 1), 0);
+  // Plain: header, 300 bytes a line, the palette.
+  EXPECT_EQ(test::readFile(dir.file("plain.pcx")).size(), 128u + 300 * 20 + 769);
+  EXPECT_LT(test::readFile(dir.file("rle.pcx")).size(), 128u + 300 * 2 + 769);
+  ASSERT_EQ(test::load(dir.file("rle.pcx"), back), 0);
+  EXPECT_EQ(test::pixelsOf(back.rec), test::pixelsOf(flat.rec));
+}
+
+// ---------------------------------------------------------------------------
+// Independent tools.
+
+// Black-and-white files are the exception: ImageMagick shows a set bit of a
+// 1-bit PCX as black whatever the palette says (it does so for the files of
+// every writer in the corpus too), GraphicsMagick as white whatever the
+// palette says, netpbm through the palette. Ours say 0 = black, 1 = white in
+// both the bits and the palette; GraphicsMagick and netpbm check them.
+TEST(PcxCrossCheck, IndependentDecodersReadOurFilesCompressedOrNot) {
+  test::TempDir dir;
+  for (const KindCase& c : kKinds)
+    for (int rle = 0; rle <= 1; ++rle) {
+      SCOPED_TRACE(std::string(c.name) + (rle ? " rle" : " plain"));
+      OwnedPicture src;
+      test::makePattern(src, c.type, 41, 17, c.levels);
+      const std::string path = dir.file("x.pcx");
+      ASSERT_EQ(test::save(path, src.rec, "pcx", 0, rle), 0);
+      std::string out;
+      const std::string decoder = c.type == IMK_BINARY ? "gm convert " : "/usr/bin/convert ";
+      ASSERT_EQ(test::run(decoder + test::quote(path) + " -depth 8 ppm:- 2>/dev/null", &out), 0);
+      int w, h;
+      std::vector<uint8_t> rgb;
+      ASSERT_TRUE(test::parseNetpbm(out, &w, &h, &rgb));
+      EXPECT_EQ(w, 41);
+      EXPECT_EQ(h, 17);
+      EXPECT_EQ(rgb, test::toRgb(src.rec));
+      // netpbm reads run-length coded files only.
+      if (!rle) continue;
+      ASSERT_EQ(test::run("pcxtoppm " + test::quote(path) + " 2>/dev/null", &out), 0);
+      ASSERT_TRUE(test::parseNetpbm(out, &w, &h, &rgb));
+      EXPECT_EQ(rgb, test::toRgb(src.rec));
+    }
+}
+
+TEST(PcxCrossCheck, FilesWrittenByImageMagickAndNetpbmDecodeAsTheyDo) {
+  test::TempDir dir;
+  OwnedPicture rgbSrc, palSrc, bwSrc, greySrc;
+  test::makePattern(rgbSrc, IMK_RGB, 45, 31);
+  test::makePattern(palSrc, IMK_MAPPED, 45, 31, 16);
+  test::makePattern(bwSrc, IMK_BINARY, 45, 31);
+  test::makePattern(greySrc, IMK_GREY, 45, 31);
+  ASSERT_EQ(test::save(dir.file("rgb.ppm"), rgbSrc.rec, "ppm"), 0);
+  ASSERT_EQ(test::save(dir.file("pal.ppm"), palSrc.rec, "ppm"), 0);
+  ASSERT_EQ(test::save(dir.file("bw.pbm"), bwSrc.rec, "pbm"), 0);
+  ASSERT_EQ(test::save(dir.file("grey.pgm"), greySrc.rec, "pgm"), 0);
+  struct Made {
+    const char* command;  // {dir} is replaced by the directory
+    const char* source;
+  } made[] = {
+      {"convert {dir}/rgb.ppm -type TrueColor {dir}/out.pcx", "rgb.ppm"},
+      {"convert {dir}/pal.ppm -type Palette {dir}/out.pcx", "pal.ppm"},
+      {"convert {dir}/bw.pbm -type Bilevel {dir}/out.pcx", "bw.pbm"},
+      {"convert {dir}/grey.pgm {dir}/out.pcx", "grey.pgm"},
+      {"ppmtopcx -24bit {dir}/rgb.ppm > {dir}/out.pcx", "rgb.ppm"},
+      {"ppmtopcx -8bit {dir}/pal.ppm > {dir}/out.pcx", "pal.ppm"},
+      {"ppmtopcx -planes 4 {dir}/pal.ppm > {dir}/out.pcx", "pal.ppm"},
+      {"ppmtopcx -packed {dir}/pal.ppm > {dir}/out.pcx", "pal.ppm"},
+      {"ppmtopcx {dir}/bw.pbm > {dir}/out.pcx", "bw.pbm"},
+  };
+  for (const Made& m : made) {
+    SCOPED_TRACE(m.command);
+    std::string cmd = m.command;
+    for (size_t at; (at = cmd.find("{dir}")) != std::string::npos;) cmd.replace(at, 5, dir.path());
+    ASSERT_EQ(test::run(cmd + " 2>/dev/null"), 0);
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dir.file("out.pcx"), pic), 0);
+    int w, h;
+    std::vector<uint8_t> source, im;
+    ASSERT_TRUE(test::readNetpbmAsRgb(dir.file(m.source), &w, &h, &source));
+    ASSERT_EQ(pic->width, w);
+    ASSERT_EQ(pic->height, h);
+    // PCX stores these losslessly: the source's pixels come back.
+    EXPECT_EQ(test::toRgb(pic.rec), source);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Layouts.
+
+TEST(PcxRead, FourBitPlanesAndPackedNibblesUseTheHeaderPalette) {
+  test::TempDir dir;
+  // Header palette entry i = (16 i, 255 - 16 i, i).
+  std::vector<uint8_t> pal;
+  for (int i = 0; i < 16; ++i)
+    pal.insert(pal.end(), {uint8_t(16 * i), uint8_t(255 - 16 * i), uint8_t(i)});
+  // Indices 0..7 on one 8-pixel line: 4 planes of 1 bit, plane p = bit p.
+  // Index x: plane 0 = 01010101, plane 1 = 00110011, plane 2 = 00001111, plane 3 = 0.
+  const std::vector<uint8_t> planes = {0x55, 0, 0x33, 0, 0x0F, 0, 0x00, 0};
+  test::writeFile(dir.file("planes.pcx"), makePcx(8, 1, 1, 4, 2, 0, planes, pal));
+  // The same indices packed two to a byte, plus index 15 on a second line.
+  const std::vector<uint8_t> packed = {0x01, 0x23, 0x45, 0x67, 0xF0, 0, 0, 0};
+  test::writeFile(dir.file("packed.pcx"), makePcx(8, 2, 4, 1, 4, 0, packed, pal));
+  for (const char* name : {"planes.pcx", "packed.pcx"}) {
+    SCOPED_TRACE(name);
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dir.file(name), pic), 0);
+    ASSERT_EQ(pic->type, IMK_MAPPED);
+    EXPECT_EQ(pic->colorCount, 16);
+    for (int x = 0; x < 8; ++x) {
+      EXPECT_EQ(pic.row(0)[x], x);
+      EXPECT_EQ(rgbAt(pic, x, 0),
+                (std::vector<uint8_t>{uint8_t(16 * x), uint8_t(255 - 16 * x), uint8_t(x)}));
+    }
+  }
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("packed.pcx"), pic), 0);
+  EXPECT_EQ(pic.row(1)[0], 15);
+  EXPECT_EQ(rgbAt(pic, 0, 1), (std::vector<uint8_t>{240, 15, 15}));
+}
+
+TEST(PcxRead, FilesWithoutAPaletteGetEgaColoursBlackAndWhiteOrGrey) {
+  test::TempDir dir;
+  // Version 3 carries no palette: 4 planes show the EGA colours. Index 9 is
+  // light blue (85, 85, 255), index 14 yellow (255, 255, 85).
+  // Pixel 0 sets planes 0 and 3 (index 9), pixel 1 planes 1, 2 and 3 (14).
+  const std::vector<uint8_t> planes = {0x80, 0, 0x40, 0, 0x40, 0, 0xC0, 0};
+  test::writeFile(dir.file("ega.pcx"), makePcx(2, 1, 1, 4, 2, 0, planes, {}, 3));
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("ega.pcx"), pic), 0);
+  EXPECT_EQ(rgbAt(pic, 0, 0), (std::vector<uint8_t>{85, 85, 255}));
+  EXPECT_EQ(rgbAt(pic, 1, 0), (std::vector<uint8_t>{255, 255, 85}));
+
+  // 1-bit with an empty palette: 1 is white.
+  test::writeFile(dir.file("mono.pcx"), makePcx(8, 1, 1, 1, 2, 0, {0xF0, 0}));
+  ASSERT_EQ(test::load(dir.file("mono.pcx"), pic), 0);
+  ASSERT_EQ(pic->type, IMK_BINARY);
+  EXPECT_EQ(test::pixelsOf(pic.rec), (std::vector<uint8_t>{1, 1, 1, 1, 0, 0, 0, 0}));
+  // 1-bit with two real colours keeps them.
+  test::writeFile(dir.file("two.pcx"),
+                  makePcx(2, 1, 1, 1, 2, 0, {0x40, 0}, {200, 0, 0, 0, 0, 200}));
+  ASSERT_EQ(test::load(dir.file("two.pcx"), pic), 0);
+  ASSERT_EQ(pic->type, IMK_MAPPED);
+  EXPECT_EQ(rgbAt(pic, 0, 0), (std::vector<uint8_t>{200, 0, 0}));
+  EXPECT_EQ(rgbAt(pic, 1, 0), (std::vector<uint8_t>{0, 0, 200}));
+
+  // 8-bit without the palette marker: the levels are grey.
+  test::writeFile(dir.file("grey.pcx"), makePcx(4, 1, 8, 1, 4, 0, {0, 100, 200, 255}));
+  ASSERT_EQ(test::load(dir.file("grey.pcx"), pic), 0);
+  ASSERT_EQ(pic->type, IMK_GREY);
+  EXPECT_EQ(test::pixelsOf(pic.rec), (std::vector<uint8_t>{0, 100, 200, 255}));
+}
+
+TEST(PcxRead, RunsCrossLinesAndPlanesAndZeroLengthRunsWriteNothing) {
+  test::TempDir dir;
+  // 3x2 true colour, 4 bytes per plane line (one padding byte): a line is
+  // 12 bytes. One run of 14 x 0x10 fills line 0 and two bytes of line 1;
+  // a zero-length run (0xC0 0x77) adds nothing; then 10 literal bytes.
+  std::vector<uint8_t> codes = {0xC0 | 14, 0x10, 0xC0, 0x77};
+  for (int i = 0; i < 10; ++i) codes.push_back(static_cast<uint8_t>(0x20 + i));
+  test::writeFile(dir.file("cross.pcx"), makePcx(3, 2, 8, 3, 4, 1, codes));
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("cross.pcx"), pic), 0);
+  ASSERT_EQ(pic->type, IMK_RGB);
+  for (int x = 0; x < 3; ++x) EXPECT_EQ(rgbAt(pic, x, 0), (std::vector<uint8_t>{0x10, 0x10, 0x10}));
+  // Line 1: red plane = 10 10 20 (21 pad), green = 22 23 24 (25), blue = 26 27 28 (29).
+  EXPECT_EQ(rgbAt(pic, 0, 1), (std::vector<uint8_t>{0x10, 0x22, 0x26}));
+  EXPECT_EQ(rgbAt(pic, 1, 1), (std::vector<uint8_t>{0x10, 0x23, 0x27}));
+  EXPECT_EQ(rgbAt(pic, 2, 1), (std::vector<uint8_t>{0x20, 0x24, 0x28}));
+
+  // A run longer than what is left of the picture is harmless.
+  test::writeFile(dir.file("long.pcx"), makePcx(4, 2, 8, 1, 4, 1, {0xFF, 9}));
+  ASSERT_EQ(test::load(dir.file("long.pcx"), pic), 0);
+  EXPECT_EQ(test::pixelsOf(pic.rec), std::vector<uint8_t>(8, 9));
+}
+
+TEST(PcxRead, TheEndPaletteIsFoundAndNotTakenForPixels) {
+  test::TempDir dir;
+  // 2x2, 8-bit: indices 0, 1, 254, 255 (a run ending the data right before
+  // the palette marker).
+  std::vector<uint8_t> file = makePcx(2, 2, 8, 1, 2, 1, {0, 1, 0xC1, 254, 0xC1, 255});
+  appendPalette(file);
+  test::writeFile(dir.file("p.pcx"), file);
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("p.pcx"), pic), 0);
+  ASSERT_EQ(pic->type, IMK_MAPPED);
+  EXPECT_EQ(pic->colorCount, 256);
+  EXPECT_EQ(rgbAt(pic, 1, 0), (std::vector<uint8_t>{1, 254, 7}));
+  EXPECT_EQ(rgbAt(pic, 0, 1), (std::vector<uint8_t>{254, 1, 7}));
+  EXPECT_EQ(rgbAt(pic, 1, 1), (std::vector<uint8_t>{255, 0, 7}));
+}
+
+// ---------------------------------------------------------------------------
+// Damage.
+
+TEST(PcxRead, HostileHeadersAreRefusedBeforeAllocating) {
+  test::TempDir dir;
+  const std::vector<uint8_t> data(64, 1);
+  std::vector<uint8_t> backwards = makePcx(4, 4, 8, 1, 4, 1, data);
+  backwards[4] = 9;  // the window starts right of its end
+  struct Case {
+    const char* name;
+    std::vector<uint8_t> file;
+    int code;
+  } cases[] = {
+      // 65535 x 65536 true colour: 12 GiB, with 6 bytes of data.
+      {"huge", makePcx(65535, 65536, 8, 3, 65535, 1, {0xFF, 0, 0xFF, 0, 0xFF, 0}), IMK_ERR_CORRUPT},
+      {"short line", makePcx(100, 2, 8, 1, 50, 1, data), IMK_ERR_BAD_FILE},
+      {"backwards", backwards, IMK_ERR_BAD_FILE},
+      // Not recognised as PCX at all.
+      {"bits", makePcx(4, 4, 3, 1, 2, 1, data), IMK_ERR_UNKNOWN_FORMAT},
+      {"planes", makePcx(4, 4, 4, 2, 2, 1, data), IMK_ERR_BAD_FILE},
+      {"encoding", makePcx(4, 4, 8, 1, 4, 2, data), IMK_ERR_UNKNOWN_FORMAT},
+      {"shorter than a header", std::vector<uint8_t>(backwards.begin(), backwards.begin() + 100),
+       IMK_ERR_UNKNOWN_FORMAT},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::writeFile(dir.file("h.pcx"), c.file);
+    OwnedPicture pic;
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file("h.pcx"), pic, 0, 0, &info), c.code) << info.errorText;
+    EXPECT_EQ(pic->pixels, nullptr);
+  }
+  // Even when errors are ignored the huge one is too large to allocate.
+}
+
+TEST(PcxRead, TruncatedFileFailsOrKeepsTheDecodedLines) {
+  test::TempDir dir;
+  OwnedPicture src, pic;
+  test::makePattern(src, IMK_RGB, 64, 50);
+  for (int rle = 0; rle <= 1; ++rle) {
+    SCOPED_TRACE(rle);
+    ASSERT_EQ(test::save(dir.file("x.pcx"), src.rec, "pcx", 0, rle), 0);
+    std::vector<uint8_t> bytes = test::readFile(dir.file("x.pcx"));
+    bytes.resize(128 + (bytes.size() - 128) / 2);
+    test::writeFile(dir.file("cut.pcx"), bytes);
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file("cut.pcx"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
+    EXPECT_STREQ(info.errorText, "truncated");
+    EXPECT_EQ(pic->pixels, nullptr);
+    ASSERT_EQ(test::load(dir.file("cut.pcx"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+    const std::vector<uint8_t> a = test::toRgb(pic.rec), b = test::toRgb(src.rec);
+    const size_t line = 64 * 3;
+    // About half the lines came through unchanged; the last ones are black.
+    int same = 0;
+    for (int y = 0; y < 50; ++y)
+      same += std::equal(a.begin() + y * line, a.begin() + (y + 1) * line, b.begin() + y * line);
+    EXPECT_GE(same, 20);
+    EXPECT_LT(same, 50);
+    EXPECT_EQ(rgbAt(pic, 63, 49), (std::vector<uint8_t>{0, 0, 0}));
+  }
+}
+
+// Runs the reader on bytes the way the fuzz target does: without the format
+// being recognised first.
+int readDirectly(const std::vector<uint8_t>& bytes, uint16_t flags) {
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= flags;
+  imk::ReadContext ctx(bytes.data(), bytes.size(), o);
+  imk::Picture pic;
+  return imk::codecs()[imkGetIndex("pcx")]->read(ctx, pic);
+}
+
+// Found by fuzzing: a header with no colour planes gave empty scan lines.
+TEST(PcxRead, ZeroColourPlanesAreRefused) {
+  const std::vector<uint8_t> file = makePcx(8, 2, 1, 0, 2, 0, {0x55, 0, 0x55, 0});
+  EXPECT_EQ(readDirectly(file, 0), IMK_ERR_BAD_FILE);
+  EXPECT_EQ(readDirectly(file, IMK_FLAG_IGNORE_ERRORS), IMK_ERR_BAD_FILE);
+}
+
+// ---------------------------------------------------------------------------
+// DCX.
+
+TEST(DcxRead, EveryPageOfAnImageMagickDcxDecodesLikeImageMagick) {
+  test::TempDir dir;
+  OwnedPicture a, b, c;
+  test::makePattern(a, IMK_RGB, 30, 20);
+  test::makePattern(b, IMK_MAPPED, 25, 15, 100);
+  test::makePattern(c, IMK_BINARY, 33, 9);
+  ASSERT_EQ(test::save(dir.file("a.ppm"), a.rec, "ppm"), 0);
+  ASSERT_EQ(test::save(dir.file("b.ppm"), b.rec, "ppm"), 0);
+  ASSERT_EQ(test::save(dir.file("c.pbm"), c.rec, "pbm"), 0);
+  const std::string dcx = dir.file("pages.dcx");
+  ASSERT_EQ(test::run("convert " + dir.file("a.ppm") + " " + dir.file("b.ppm") + " " +
+                      dir.file("c.pbm") + " DCX:" + dcx + " 2>/dev/null"),
+            0);
+  FileInfo info;
+  ASSERT_EQ(imkFileInformation(dcx.c_str(), -1, 1, &info), 0);
+  EXPECT_EQ(info.formatIndex, imkGetIndex("pcx"));
+  EXPECT_EQ(info.pictureCount, 3);
+  EXPECT_EQ(info.width, 25);
+  const OwnedPicture* sources[] = {&a, &b, &c};
+  for (int page = 0; page < 3; ++page) {
+    SCOPED_TRACE(page);
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dcx, pic, page, 0, &info), 0);
+    EXPECT_EQ(info.pictureCount, 3);
+    EXPECT_EQ(test::toRgb(pic.rec), test::toRgb(sources[page]->rec));
+  }
+  OwnedPicture pic;
+  EXPECT_EQ(test::load(dcx, pic, 3, 0, &info), IMK_ERR_BAD_FILE);
+  EXPECT_EQ(pic->pixels, nullptr);
+}
+
+TEST(PcxInfo, HeadersGivePlanesAndBits) {
+  const std::string dir = test::corpusDir() + "/pcx/generated/";
+  struct Case {
+    const char* file;
+    int planes, bits;
+  } cases[] = {{"gm_1bit.pcx", 1, 1},          {"np_2planes_4col.pcx", 2, 1},
+               {"np_4planes_16col.pcx", 4, 1}, {"np_packed_4bpp_16col.pcx", 1, 4},
+               {"im_8bit.pcx", 1, 8},          {"im_24bit.pcx", 3, 8}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    FileInfo info;
+    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
+    EXPECT_EQ(info.width, 227);
+    EXPECT_EQ(info.height, 149);
+    EXPECT_EQ(info.planes, c.planes);
+    EXPECT_EQ(info.bitsPerPlane, c.bits);
+    EXPECT_EQ(info.pictureCount, 1);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// What the four hand-written raster readers share: progress that starts at
+// step 0 and can stop the load (or the save, leaving no file), the same
+// picture through a reduced load as through a full one reduced afterwards,
+// and no allocation beyond the pixel limit even when errors are ignored.
+
+struct RasterCase {
+  const char* format;
+  uint16_t kind;
+  int option;  // run-length coding on or off
+};
+
+class RasterFormats : public testing::TestWithParam<RasterCase> {
+ protected:
+  void SetUp() override {
+    const RasterCase& c = GetParam();
+    test::makePattern(src_, c.kind, 120, 90, 200);
+    path_ = dir_.file(std::string("p.") + c.format);
+    ASSERT_EQ(test::save(path_, src_.rec, c.format, 0, c.option), 0);
+  }
+  test::TempDir dir_;
+  OwnedPicture src_;
+  std::string path_;
+};
+
+std::vector<std::pair<int, int>> gSteps;
+int gStopAt = -1;
+int recordStep(int step, int count) {
+  gSteps.emplace_back(step, count);
+  return step == gStopAt;
+}
+
+TEST_P(RasterFormats, ProgressClimbsFromZeroAndStoppingGives15) {
+  OwnedPicture pic;
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= IMK_FLAG_PROGRESS;
+  o.progress = recordStep;
+  gSteps.clear();
+  gStopAt = -1;
+  ASSERT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), 0);
+  ASSERT_GE(gSteps.size(), 2u);
+  EXPECT_EQ(gSteps.front().first, 0);
+  EXPECT_EQ(gSteps.back().first, gSteps.back().second);
+  for (size_t i = 1; i < gSteps.size(); ++i) EXPECT_EQ(gSteps[i].first, gSteps[i - 1].first + 1);
+  pic.reset();
+  gStopAt = 2;
+  EXPECT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), IMK_ERR_STOPPED);
+  EXPECT_EQ(pic->pixels, nullptr);
+  // Saving stops the same way and leaves no file.
+  o.formatIndex = imkGetIndex(GetParam().format);
+  o.saveOption = static_cast<uint16_t>(GetParam().option);
+  EXPECT_EQ(imkSave(dir_.file("stopped").c_str(), &src_.rec, &o), IMK_ERR_STOPPED);
+  EXPECT_FALSE(test::fileExists(dir_.file("stopped")));
+}
+
+TEST_P(RasterFormats, ReducedLoadEqualsTheFullPictureReduced) {
+  OwnedPicture small, whole;
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= IMK_FLAG_REDUCE;
+  o.fitWidth = 40;
+  o.fitHeight = 40;
+  ASSERT_EQ(imkLoad(path_.c_str(), &small.rec, &o, nullptr), 0);
+  EXPECT_EQ(small->width, 40);
+  EXPECT_EQ(small->height, 30);
+  ASSERT_EQ(test::load(path_, whole), 0);
+  imk::Picture full;  // takes the buffers over
+  full.rec() = whole.rec;
+  std::memset(&whole.rec, 0, sizeof whole.rec);
+  ASSERT_TRUE(imk::reducePicture(full, 40, 40));
+  EXPECT_EQ(test::toRgb(full.rec()), test::toRgb(small.rec));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    HandWritten, RasterFormats,
+    testing::Values(RasterCase{"pcx", IMK_MAPPED, 1}, RasterCase{"pcx", IMK_RGB, 0},
+                    RasterCase{"tga", IMK_RGB, 1}, RasterCase{"tga", IMK_GREY, 0},
+                    RasterCase{"sgi", IMK_RGB, 1}, RasterCase{"sgi", IMK_RGBX, 0},
+                    RasterCase{"sun", IMK_MAPPED, 1}, RasterCase{"sun", IMK_RGB, 0}),
+    [](const testing::TestParamInfo<RasterCase>& info) {
+      return std::string(info.param.format) + "_" + std::to_string(info.param.kind) +
+             (info.param.option ? "_rle" : "_plain");
+    });
+
+// Headers of pictures of 12 to 17 GB followed by a few bytes. Without
+// IMK_FLAG_IGNORE_ERRORS they fail as truncated (or with truncated tables)
+// before anything is allocated; with it, the pixel limit refuses them.
+TEST(RasterHeaders, HugePicturesAreRefusedEvenWhenErrorsAreIgnored) {
+  std::vector<uint8_t> tga = {0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 32, 0};
+  std::vector<uint8_t> sgi(512, 0);
+  for (auto [at, v] : {std::pair{0, 0x01},
+                       {1, 0xDA},
+                       {3, 1},
+                       {5, 3},
+                       {6, 0xFF},
+                       {7, 0xFF},
+                       {8, 0xFF},
+                       {9, 0xFF},
+                       {11, 4}})
+    sgi[at] = static_cast<uint8_t>(v);
+  std::vector<uint8_t> sun = {0x59, 0xA6, 0x6A, 0x95, 0, 0x10, 0, 0, 0, 0x10, 0, 0, 0, 0, 0, 24};
+  sun.resize(32);
+  sun[23] = 1;  // standard type
+  struct Case {
+    const char* format;
+    std::vector<uint8_t> file;
+    int code;
+  } cases[] = {
+      {"pcx", makePcx(65535, 65536, 8, 3, 65535, 1, {}), IMK_ERR_CORRUPT},
+      {"tga", tga, IMK_ERR_CORRUPT},
+      {"sgi", sgi, IMK_ERR_CORRUPT},
+      {"sun", sun, IMK_ERR_CORRUPT},
+  };
+  test::TempDir dir;
+  imk::setPixelByteLimit(size_t{64} << 20);
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.format);
+    c.file.insert(c.file.end(), {0xFF, 0, 0xFF, 0, 0xFF, 0});
+    test::writeFile(dir.file("huge"), c.file);
+    OwnedPicture pic;
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file("huge"), pic, 0, 0, &info), c.code) << info.errorText;
+    EXPECT_EQ(info.formatIndex, imkGetIndex(c.format));
+    EXPECT_EQ(test::load(dir.file("huge"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info),
+              IMK_ERR_BAD_FILE);
+    EXPECT_STREQ(info.errorText, "picture too large");
+    EXPECT_EQ(pic->pixels, nullptr);
+  }
+  imk::setPixelByteLimit(size_t{1} << 32);
+}
+
+}  // namespace

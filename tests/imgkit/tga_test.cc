@@ -1,0 +1,448 @@
+// Targa: round trips of every kind plain and run-length coded, files checked
+// against ImageMagick and netpbm in both directions and against the
+// gdk-pixbuf suite's reference renderings, orientations, alpha, 15/16-bit
+// colours, colour maps, run-length packets and hostile headers.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "imgkit/internal.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using test::OwnedPicture;
+
+// A Targa header, an optional image ID and colour map, then `data`.
+struct TgaSpec {
+  int type = 2;
+  int width = 1, height = 1, depth = 24, descriptor = 0;
+  std::vector<uint8_t> id;
+  int mapFirst = 0, mapBits = 0;
+  std::vector<uint8_t> map;  // entries as stored
+};
+std::vector<uint8_t> makeTga(const TgaSpec& s, const std::vector<uint8_t>& data) {
+  const int entryBytes = (s.mapBits + 7) / 8;
+  const int mapLength = entryBytes ? static_cast<int>(s.map.size()) / entryBytes : 0;
+  std::vector<uint8_t> b = {static_cast<uint8_t>(s.id.size()),
+                            static_cast<uint8_t>(s.mapBits ? 1 : 0),
+                            static_cast<uint8_t>(s.type),
+                            static_cast<uint8_t>(s.mapFirst),
+                            static_cast<uint8_t>(s.mapFirst >> 8),
+                            static_cast<uint8_t>(mapLength),
+                            static_cast<uint8_t>(mapLength >> 8),
+                            static_cast<uint8_t>(s.mapBits),
+                            0,
+                            0,
+                            0,
+                            0,
+                            static_cast<uint8_t>(s.width),
+                            static_cast<uint8_t>(s.width >> 8),
+                            static_cast<uint8_t>(s.height),
+                            static_cast<uint8_t>(s.height >> 8),
+                            static_cast<uint8_t>(s.depth),
+                            static_cast<uint8_t>(s.descriptor)};
+  b.insert(b.end(), s.id.begin(), s.id.end());
+  b.insert(b.end(), s.map.begin(), s.map.end());
+  b.insert(b.end(), data.begin(), data.end());
+  return b;
+}
+
+// R,G,B,A of every pixel (A = 255 unless the kind carries alpha).
+std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
+  const std::vector<uint8_t> rgb = test::toRgb(pic);
+  std::vector<uint8_t> out;
+  for (int y = 0; y < pic.height; ++y)
+    for (int x = 0; x < pic.width; ++x) {
+      const size_t i = (static_cast<size_t>(y) * pic.width + x) * 3;
+      out.insert(out.end(), {rgb[i], rgb[i + 1], rgb[i + 2]});
+      out.push_back(pic.type == IMK_RGBX
+                        ? pic.pixels[static_cast<size_t>(y) * pic.bytesPerLine + x * 4 + 3]
+                        : 255);
+    }
+  return out;
+}
+
+// ImageMagick's RGBA decoding of a file, empty when it fails. ImageMagick
+// keeps a Targa file's rows as stored and records their orientation, which
+// -auto-orient applies.
+std::vector<uint8_t> magickRgba(const std::string& path) {
+  std::string out;
+  if (test::run("/usr/bin/convert " + test::quote(path + "[0]") +
+                    " -auto-orient -depth 8 rgba:- 2>/dev/null",
+                &out) != 0)
+    return {};
+  return std::vector<uint8_t>(out.begin(), out.end());
+}
+
+struct KindCase {
+  const char* name;
+  uint16_t type;
+  int levels;
+  uint16_t loaded;  // the kind read back
+  int fileType;     // Targa image type without compression
+  int depth;
+};
+
+const KindCase kKinds[] = {
+    {"binary", IMK_BINARY, 2, IMK_GREY, 3, 8},
+    {"grey256", IMK_GREY, 256, IMK_GREY, 3, 8},
+    {"grey16", IMK_GREY, 16, IMK_GREY, 3, 8},
+    {"mapped200", IMK_MAPPED, 200, IMK_MAPPED, 1, 8},
+    {"mapped12", IMK_MAPPED, 12, IMK_MAPPED, 1, 8},
+    {"rgb", IMK_RGB, 256, IMK_RGB, 2, 24},
+    {"bgr", IMK_BGR, 256, IMK_RGB, 2, 24},
+    {"xbgr", IMK_XBGR, 256, IMK_RGB, 2, 24},
+    {"rgbx", IMK_RGBX, 256, IMK_RGBX, 2, 32},
+};
+
+TEST(TgaRoundTrip, EveryKindReadsBackWithTheSamePixelsPlainOrRunLength) {
+  test::TempDir dir;
+  for (const KindCase& c : kKinds)
+    for (int rle = 0; rle <= 1; ++rle) {
+      SCOPED_TRACE(std::string(c.name) + (rle ? " rle" : " plain"));
+      OwnedPicture src, back;
+      test::makePattern(src, c.type, 37, 23, c.levels);
+      const std::string path = dir.file("x.tga");
+      ASSERT_EQ(test::save(path, src.rec, "tga", 0, rle), 0);
+      const std::vector<uint8_t> bytes = test::readFile(path);
+      ASSERT_GT(bytes.size(), 18u);
+      EXPECT_EQ(bytes[2], c.fileType + 8 * rle);
+      EXPECT_EQ(bytes[16], c.depth);
+      EXPECT_EQ(bytes[17], c.depth == 32 ? 8 : 0);  // bottom-up, alpha bits
+      ASSERT_EQ(test::load(path, back), 0);
+      EXPECT_EQ(back->type, c.loaded);
+      ASSERT_EQ(back->width, 37);
+      ASSERT_EQ(back->height, 23);
+      EXPECT_EQ(rgbaOf(back.rec), rgbaOf(src.rec));
+      if (c.type == IMK_MAPPED) {
+        EXPECT_EQ(back->colorCount, c.levels);
+        EXPECT_EQ(test::pixelsOf(back.rec), test::pixelsOf(src.rec));
+      }
+    }
+}
+
+TEST(TgaWrite, RunLengthPacketsShrinkFlatPicturesAndEndWithTheirRow) {
+  test::TempDir dir;
+  OwnedPicture flat;
+  test::makePattern(flat, IMK_RGB, 300, 20);
+  for (int y = 0; y < 20; ++y)
+    for (int x = 100; x < 300; ++x) test::storeRgb(flat, x, y, 10, 20, static_cast<uint8_t>(y));
+  ASSERT_EQ(test::save(dir.file("rle.tga"), flat.rec, "tga", 0, 1), 0);
+  const std::vector<uint8_t> b = test::readFile(dir.file("rle.tga"));
+  EXPECT_LT(b.size(), 18u + 300 * 20 * 3 / 2);
+  // Walk the packets: none may carry pixels of two rows.
+  size_t at = 18;
+  int pixel = 0;
+  while (pixel < 300 * 20) {
+    ASSERT_LT(at, b.size());
+    const int n = (b[at] & 0x7F) + 1;
+    const bool run = b[at] & 0x80;
+    EXPECT_EQ(pixel / 300, (pixel + n - 1) / 300) << "packet at byte " << at;
+    at += 1 + (run ? 3 : 3 * n);
+    pixel += n;
+  }
+  // The version 2 footer follows.
+  ASSERT_EQ(b.size(), at + 26);
+  EXPECT_EQ(std::string(b.end() - 18, b.end() - 1), "TRUEVISION-XFILE.");
+  OwnedPicture back;
+  ASSERT_EQ(test::load(dir.file("rle.tga"), back), 0);
+  EXPECT_EQ(test::toRgb(back.rec), test::toRgb(flat.rec));
+}
+
+// ---------------------------------------------------------------------------
+// Independent tools.
+
+TEST(TgaCrossCheck, ImageMagickReadsOurFilesPlainOrRunLength) {
+  test::TempDir dir;
+  for (const KindCase& c : kKinds)
+    for (int rle = 0; rle <= 1; ++rle) {
+      SCOPED_TRACE(std::string(c.name) + (rle ? " rle" : " plain"));
+      OwnedPicture src;
+      test::makePattern(src, c.type, 41, 17, c.levels);
+      const std::string path = dir.file("x.tga");
+      ASSERT_EQ(test::save(path, src.rec, "tga", 0, rle), 0);
+      EXPECT_EQ(magickRgba(path), rgbaOf(src.rec));
+    }
+}
+
+TEST(TgaCrossCheck, FilesWrittenByImageMagickAndNetpbmDecodeAsTheyDo) {
+  test::TempDir dir;
+  OwnedPicture rgb, pal, grey, rgba;
+  test::makePattern(rgb, IMK_RGB, 45, 31);
+  test::makePattern(pal, IMK_MAPPED, 45, 31, 60);
+  test::makePattern(grey, IMK_GREY, 45, 31);
+  test::makePattern(rgba, IMK_RGBX, 45, 31);
+  ASSERT_EQ(test::save(dir.file("rgb.ppm"), rgb.rec, "ppm"), 0);
+  ASSERT_EQ(test::save(dir.file("pal.ppm"), pal.rec, "ppm"), 0);
+  ASSERT_EQ(test::save(dir.file("grey.pgm"), grey.rec, "pgm"), 0);
+  ASSERT_EQ(test::save(dir.file("rgba.png"), rgba.rec, "png"), 0);
+  const char* commands[] = {
+      "convert {dir}/rgb.ppm -compress None {dir}/out.tga",
+      "convert {dir}/rgb.ppm -compress RLE {dir}/out.tga",
+      "convert {dir}/pal.ppm -type Palette -compress None {dir}/out.tga",
+      "convert {dir}/pal.ppm -type Palette -compress RLE {dir}/out.tga",
+      "convert {dir}/grey.pgm -compress None {dir}/out.tga",
+      "convert {dir}/grey.pgm -compress RLE {dir}/out.tga",
+      "convert {dir}/rgba.png -compress None {dir}/out.tga",
+      "convert {dir}/rgba.png -compress RLE {dir}/out.tga",
+      "ppmtotga -rgb -norle {dir}/rgb.ppm > {dir}/out.tga",
+      "ppmtotga -rgb {dir}/rgb.ppm > {dir}/out.tga",
+      "ppmtotga -cmap {dir}/pal.ppm > {dir}/out.tga",
+      "pamtotga -mono {dir}/grey.pgm > {dir}/out.tga",
+  };
+  for (const char* command : commands) {
+    SCOPED_TRACE(command);
+    std::string cmd = command;
+    for (size_t at; (at = cmd.find("{dir}")) != std::string::npos;) cmd.replace(at, 5, dir.path());
+    ASSERT_EQ(test::run(cmd + " 2>/dev/null"), 0);
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dir.file("out.tga"), pic), 0);
+    EXPECT_EQ(rgbaOf(pic.rec), magickRgba(dir.file("out.tga")));
+  }
+}
+
+// The gdk-pixbuf suite stores one picture in every depth, orientation and
+// compression, each with the rendering it must give.
+TEST(TgaRead, GdkPixbufReferenceFilesMatchTheirRenderingsExactly) {
+  const std::string dir = test::corpusDir() + "/tga/gdk-pixbuf/reftests/tga/";
+  std::string listing;
+  ASSERT_EQ(test::run("ls " + test::quote(dir) + " | grep '\\.tga$'", &listing), 0);
+  int checked = 0;
+  for (size_t start = 0, end; (end = listing.find('\n', start)) != std::string::npos;
+       start = end + 1) {
+    const std::string name = listing.substr(start, end - start);
+    SCOPED_TRACE(name);
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dir + name, pic), 0);
+    const std::vector<uint8_t> ref = magickRgba(dir + name + ".ref.png");
+    ASSERT_EQ(ref.size(), static_cast<size_t>(pic->width) * pic->height * 4);
+    EXPECT_EQ(rgbaOf(pic.rec), ref);
+    ++checked;
+  }
+  EXPECT_EQ(checked, 44);
+}
+
+// ---------------------------------------------------------------------------
+// Hand-made files.
+
+TEST(TgaRead, OrientationBitsPlaceTheStoredRows) {
+  test::TempDir dir;
+  struct Case {
+    int descriptor;
+    std::vector<uint8_t> shown;  // top row first
+  } cases[] = {
+      {0x00, {3, 4, 1, 2}},  // bottom-left: the first stored row is the bottom one
+      {0x10, {4, 3, 2, 1}},  // bottom-right
+      {0x20, {1, 2, 3, 4}},  // top-left
+      {0x30, {2, 1, 4, 3}},  // top-right
+  };
+  for (const Case& c : cases) {
+    for (int rle = 0; rle <= 1; ++rle) {
+      SCOPED_TRACE(c.descriptor + 100 * rle);
+      TgaSpec s;
+      s.type = 3 + 8 * rle, s.width = 2, s.height = 2, s.depth = 8, s.descriptor = c.descriptor;
+      const std::vector<uint8_t> data =
+          rle ? std::vector<uint8_t>{0x03, 1, 2, 3, 4} : std::vector<uint8_t>{1, 2, 3, 4};
+      test::writeFile(dir.file("o.tga"), makeTga(s, data));
+      OwnedPicture pic;
+      ASSERT_EQ(test::load(dir.file("o.tga"), pic), 0);
+      EXPECT_EQ(test::pixelsOf(pic.rec), c.shown);
+    }
+  }
+}
+
+TEST(TgaRead, AlphaIsKeptOnlyWhenDeclaredAndNotBlank) {
+  test::TempDir dir;
+  struct Case {
+    const char* name;
+    int type, depth, descriptor;
+    std::vector<uint8_t> data;  // two pixels
+    uint16_t kind;
+    std::vector<uint8_t> rgba;
+  } cases[] = {
+      // clang-format off
+      {"32 declared",      2, 32, 0x28, {1, 2, 3, 0, 4, 5, 6, 128}, IMK_RGBX, {3, 2, 1, 0, 6, 5, 4, 128}},
+      {"32 blank",         2, 32, 0x28, {1, 2, 3, 0, 4, 5, 6, 0},   IMK_RGB,  {3, 2, 1, 255, 6, 5, 4, 255}},
+      {"32 undeclared",    2, 32, 0x20, {1, 2, 3, 9, 4, 5, 6, 128}, IMK_RGB,  {3, 2, 1, 255, 6, 5, 4, 255}},
+      // 16-bit: the top bit; 0x801F is opaque blue, 0x7C00 transparent red.
+      {"16 declared",      2, 16, 0x21, {0x1F, 0x80, 0x00, 0x7C},   IMK_RGBX, {0, 0, 255, 255, 255, 0, 0, 0}},
+      {"16 undeclared",    2, 16, 0x20, {0x1F, 0x80, 0x00, 0x7C},   IMK_RGB,  {0, 0, 255, 255, 255, 0, 0, 255}},
+      {"grey alpha",       3, 16, 0x28, {50, 255, 60, 7},           IMK_RGBX, {50, 50, 50, 255, 60, 60, 60, 7}},
+      {"grey blank alpha", 3, 16, 0x28, {50, 0, 60, 0},             IMK_GREY, {50, 50, 50, 255, 60, 60, 60, 255}},
+      // clang-format on
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TgaSpec s;
+    s.type = c.type, s.width = 2, s.depth = c.depth, s.descriptor = c.descriptor;
+    test::writeFile(dir.file("a.tga"), makeTga(s, c.data));
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dir.file("a.tga"), pic), 0);
+    EXPECT_EQ(pic->type, c.kind);
+    EXPECT_EQ(rgbaOf(pic.rec), c.rgba);
+  }
+}
+
+TEST(TgaRead, FiveBitChannelsSpreadOverTheFullRange) {
+  test::TempDir dir;
+  TgaSpec s;
+  s.width = 6, s.depth = 15, s.descriptor = 0x20;
+  // White, red, green, blue, 16/31 of each, black (little-endian words).
+  test::writeFile(dir.file("c.tga"), makeTga(s, {0xFF, 0x7F, 0x00, 0x7C, 0xE0, 0x03, 0x1F, 0x00,
+                                                 0x10, 0x42, 0x00, 0x00}));
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("c.tga"), pic), 0);
+  EXPECT_EQ(test::toRgb(pic.rec), (std::vector<uint8_t>{255, 255, 255, 255, 0, 0, 0, 255, 0, 0, 0,
+                                                        255, 132, 132, 132, 0, 0, 0}));
+}
+
+TEST(TgaRead, ColourMapsMayStartPastZeroAndIndicesPastTheMapAreDamage) {
+  test::TempDir dir;
+  TgaSpec s;
+  s.type = 1, s.width = 3, s.depth = 8, s.descriptor = 0x20;
+  s.mapFirst = 2, s.mapBits = 24;
+  s.map = {30, 20, 10, 0, 0, 255, 0, 255, 0};  // B,G,R of entries 2, 3, 4
+  test::writeFile(dir.file("m.tga"), makeTga(s, {2, 3, 4}));
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("m.tga"), pic), 0);
+  ASSERT_EQ(pic->type, IMK_MAPPED);
+  EXPECT_EQ(pic->colorCount, 5);
+  EXPECT_EQ(test::toRgb(pic.rec), (std::vector<uint8_t>{10, 20, 30, 255, 0, 0, 0, 255, 0}));
+  // 16-bit entries: 0x7C00 red, 0x001F blue.
+  s.mapFirst = 0, s.mapBits = 16, s.map = {0x00, 0x7C, 0x1F, 0x00};
+  test::writeFile(dir.file("m16.tga"), makeTga(s, {1, 0, 1}));
+  ASSERT_EQ(test::load(dir.file("m16.tga"), pic), 0);
+  EXPECT_EQ(test::toRgb(pic.rec), (std::vector<uint8_t>{0, 0, 255, 255, 0, 0, 0, 0, 255}));
+  // Index 5 has no entry.
+  test::writeFile(dir.file("bad.tga"), makeTga(s, {0, 1, 5}));
+  FileInfo info;
+  EXPECT_EQ(test::load(dir.file("bad.tga"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
+  EXPECT_STREQ(info.errorText, "palette index out of range");
+  EXPECT_EQ(pic->pixels, nullptr);
+  ASSERT_EQ(test::load(dir.file("bad.tga"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+  EXPECT_EQ(pic->colorCount, 6);
+  EXPECT_EQ(test::toRgb(pic.rec), (std::vector<uint8_t>{255, 0, 0, 0, 0, 255, 0, 0, 0}));
+}
+
+TEST(TgaRead, PacketsMayCrossRowsSurplusPixelsAreIgnoredAndTheIdIsSkipped) {
+  test::TempDir dir;
+  TgaSpec s;
+  s.type = 11, s.width = 2, s.height = 2, s.depth = 8, s.descriptor = 0x20;
+  s.id = {'h', 'e', 'l', 'l', 'o'};
+  // A run of three 7s crossing into the second row, then a raw 9.
+  test::writeFile(dir.file("x.tga"), makeTga(s, {0x82, 7, 0x00, 9}));
+  OwnedPicture pic;
+  ASSERT_EQ(test::load(dir.file("x.tga"), pic), 0);
+  EXPECT_EQ(test::pixelsOf(pic.rec), (std::vector<uint8_t>{7, 7, 7, 9}));
+  // One packet of 128 pixels for a picture of 4.
+  test::writeFile(dir.file("long.tga"), makeTga(s, {0xFF, 5}));
+  ASSERT_EQ(test::load(dir.file("long.tga"), pic), 0);
+  EXPECT_EQ(test::pixelsOf(pic.rec), (std::vector<uint8_t>{5, 5, 5, 5}));
+  // A raw packet of four with two bytes left.
+  test::writeFile(dir.file("cut.tga"), makeTga(s, {0x03, 1, 2}));
+  FileInfo info;
+  EXPECT_EQ(test::load(dir.file("cut.tga"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
+  ASSERT_EQ(test::load(dir.file("cut.tga"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+  EXPECT_EQ(test::pixelsOf(pic.rec), (std::vector<uint8_t>{1, 2, 0, 0}));
+}
+
+TEST(TgaRead, HostileHeadersAreRefusedBeforeAllocating) {
+  test::TempDir dir;
+  TgaSpec huge;
+  huge.width = 65535, huge.height = 65535, huge.depth = 32;
+  TgaSpec shortMap;
+  shortMap.type = 1, shortMap.depth = 8, shortMap.mapBits = 24, shortMap.map = {1, 2, 3};
+  std::vector<uint8_t> cut = makeTga(shortMap, {0});
+  cut[5] = 200;  // 200 entries declared, one present
+  TgaSpec noMap;
+  noMap.type = 1, noMap.depth = 8;
+  TgaSpec wideIndex = shortMap;
+  wideIndex.depth = 16;
+  TgaSpec empty;
+  empty.width = 0;
+  struct Case {
+    const char* name;
+    std::vector<uint8_t> file;
+    int code;
+  } cases[] = {
+      {"huge", makeTga(huge, std::vector<uint8_t>(10, 1)), IMK_ERR_CORRUPT},
+      {"short map", cut, IMK_ERR_BAD_FILE},
+      // Not recognised as Targa at all.
+      {"no map", makeTga(noMap, {0}), IMK_ERR_UNKNOWN_FORMAT},
+      {"16-bit index", makeTga(wideIndex, {0, 0}), IMK_ERR_UNKNOWN_FORMAT},
+      {"zero width", makeTga(empty, {0}), IMK_ERR_UNKNOWN_FORMAT},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    test::writeFile(dir.file("h.tga"), c.file);
+    OwnedPicture pic;
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file("h.tga"), pic, 0, 0, &info), c.code) << info.errorText;
+    EXPECT_EQ(pic->pixels, nullptr);
+  }
+}
+
+TEST(TgaRead, TruncatedFileFailsOrKeepsTheBottomRows) {
+  test::TempDir dir;
+  OwnedPicture src, pic;
+  test::makePattern(src, IMK_RGB, 64, 50);
+  for (int rle = 0; rle <= 1; ++rle) {
+    SCOPED_TRACE(rle);
+    ASSERT_EQ(test::save(dir.file("x.tga"), src.rec, "tga", 0, rle), 0);
+    std::vector<uint8_t> bytes = test::readFile(dir.file("x.tga"));
+    bytes.resize(18 + (bytes.size() - 18) / 2);
+    test::writeFile(dir.file("cut.tga"), bytes);
+    FileInfo info;
+    EXPECT_EQ(test::load(dir.file("cut.tga"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
+    EXPECT_EQ(pic->pixels, nullptr);
+    ASSERT_EQ(test::load(dir.file("cut.tga"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), 0);
+    EXPECT_STREQ(info.errorText, "truncated");
+    // Rows are stored bottom-up: the bottom half came through.
+    const std::vector<uint8_t> a = test::toRgb(pic.rec), b = test::toRgb(src.rec);
+    const size_t row = 64 * 3;
+    for (int y = 30; y < 50; ++y)
+      EXPECT_TRUE(std::equal(a.begin() + y * row, a.begin() + (y + 1) * row, b.begin() + y * row))
+          << y;
+    EXPECT_FALSE(std::equal(a.begin(), a.begin() + row, b.begin()));
+  }
+}
+
+TEST(TgaRead, AnUnusedMapOrAttributeBitsLeaveTheSamePicture) {
+  // image-rs stores one 4x4 picture as 16-bit colour with and without
+  // attribute bits, with an unused map, and as indices into a 15-bit map.
+  const std::string dir = test::corpusDir() + "/tga/image-rs/";
+  OwnedPicture plain;
+  ASSERT_EQ(test::load(dir + "b5-noattrib.tga", plain), 0);
+  for (const char* name : {"b5-unused-cmap.tga", "b5-cmap.tga", "b5-attrib.tga"}) {
+    SCOPED_TRACE(name);
+    OwnedPicture pic;
+    ASSERT_EQ(test::load(dir + name, pic), 0);
+    EXPECT_EQ(test::toRgb(pic.rec), test::toRgb(plain.rec));
+  }
+}
+
+TEST(TgaInfo, HeadersGivePlanesAndBits) {
+  const std::string dir = test::corpusDir() + "/tga/truevision/";
+  struct Case {
+    const char* file;
+    int planes, bits;
+  } cases[] = {{"CBW8.TGA", 1, 8},
+               {"UCM8.TGA", 1, 8},
+               {"CTC16.TGA", 3, 5},
+               {"UTC24.TGA", 3, 8},
+               {"CTC32.TGA", 4, 8}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    FileInfo info;
+    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
+    EXPECT_EQ(info.formatIndex, imkGetIndex("tga"));
+    EXPECT_EQ(info.width, 128);
+    EXPECT_EQ(info.height, 128);
+    EXPECT_EQ(info.planes, c.planes);
+    EXPECT_EQ(info.bitsPerPlane, c.bits);
+  }
+}
+
+}  // namespace
