@@ -18,13 +18,16 @@ struct Case {
   bool headerAtEnd = false;
 };
 
-// One picture per format, large enough for several progress steps.
+// One picture per format, large enough for several progress steps. (PCX and
+// SGI are left to their own tests: a cut PCX loses the palette at its end, a
+// cut SGI whole channel planes, so no row survives the way this test expects.)
 const Case kCases[] = {
     {"jpeg", IMK_RGB, 320, 240},       {"png", IMK_RGB, 320, 240},    {"gif", IMK_MAPPED, 320, 240},
     {"tiff", IMK_RGB, 320, 240, true}, {"bmp", IMK_RGB, 320, 240},    {"pbm", IMK_BINARY, 320, 240},
     {"pgm", IMK_GREY, 320, 240},       {"ppm", IMK_RGB, 320, 240},    {"pam", IMK_RGB, 320, 240},
     {"iff", IMK_MAPPED, 320, 240},     {"soft", IMK_RGB, 320, 240},   {"xbm", IMK_BINARY, 320, 240},
     {"xpm", IMK_MAPPED, 320, 240},     {"ico", IMK_MAPPED, 240, 180}, {"cur", IMK_RGB, 200, 150},
+    {"tga", IMK_RGB, 320, 240},        {"sun", IMK_MAPPED, 320, 240},
 };
 
 class Readers : public testing::TestWithParam<Case> {
