@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Batch-conversion benchmark: 100 photographs JPEG -> PNG and JPEG -> JPEG
+# with a 50% resize, pixbatch against ImageMagick's mogrify (one thread) and
+# GraphicsMagick's gm mogrify (one OpenMP thread) in the same run, then
+# pixbatch -j 2 against pixbatch -j 1. Printed as speed-ups (peer time / our
+# time; above 1 means pixbatch is faster) with the output sizes beside them.
+#   bench/batch_run.sh [workdir]        RUNS=3 by default
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+work=${1:-/tmp/vimora-batch-bench}
+runs=${RUNS:-3}
+"$top/scripts/setup.sh" bench
+cmake -S "$top" -B "$top/build/release" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVIMORA_TESTS=OFF >/dev/null
+cmake --build "$top/build/release" --target pixbatch -j 2 >/dev/null
+ours=$top/build/release/pixbatch/pixbatch
+mkdir -p "$work/photos"
+convert=/usr/bin/convert
+
+# 100 photographs of 1280x960: the corpus photographs enlarged, cropped,
+# turned and toned differently each time, with a little grain so that they
+# keep photographic detail, saved at quality 90.
+if [ "$(ls "$work/photos" | wc -l)" -ne 100 ]; then
+  mapfile -t sources < <(ls -S "$top"/../shared/corpus/jpeg/{jpeg-decoder,pillow}/*.jpg | head -4)
+  for n in $(seq -w 0 99); do
+    src=${sources[$((10#$n % ${#sources[@]}))]}
+    k=$((10#$n))
+    "$convert" "$src" -resize "$((1400 + k * 7))x$((1050 + k * 5))!" -rotate $((k % 7 - 3)) \
+      -gravity center -crop 1280x960+0+0 +repage -modulate $((90 + k % 20)),$((80 + k % 40)) \
+      -attenuate 0.3 +noise Gaussian -quality 90 "$work/photos/p$n.jpg"
+  done
+fi
+: > "$work/empty.rc"  # built-in save settings for pixbatch
+
+time_of() {  # median seconds of a command run $runs times after one warm-up
+  hyperfine --warmup 1 --runs "$runs" --prepare "rm -rf $work/out; mkdir -p $work/out" \
+    --export-csv "$work/t.csv" "$1" >/dev/null
+  awk -F, 'NR==2{print $4}' "$work/t.csv"
+}
+size_of() { du -sb "$work/out" | cut -f1; }  # bytes written by the last run
+speedup() { awk -v a="$1" -v b="$2" 'BEGIN{printf "%.2f", a/b}'; }
+
+row() {  # row NAME PIXBATCH-OPTIONS MOGRIFY-OPTIONS GM-OPTIONS
+  local name=$1 po=$2 io=$3 go=$4
+  local o1 s1 o2 s2 im sim gm sgm
+  o1=$(time_of "$ours -ini $work/empty.rc -j 1 $po -o $work/out $work/photos/*.jpg"); s1=$(size_of)
+  o2=$(time_of "$ours -ini $work/empty.rc -j 2 $po -o $work/out $work/photos/*.jpg"); s2=$(size_of)
+  im=$(time_of "env OMP_NUM_THREADS=1 mogrify -limit thread 1 -path $work/out $io $work/photos/*.jpg"); sim=$(size_of)
+  gm=$(time_of "env OMP_NUM_THREADS=1 gm mogrify -output-directory $work/out $go $work/photos/*.jpg"); sgm=$(size_of)
+  local best=$im; awk -v a="$gm" -v b="$im" 'BEGIN{exit !(a<b)}' && best=$gm
+  printf '%s (100 photos 1280x960)\n' "$name"
+  printf '  %-26s %8.3f s  %9d bytes\n' "pixbatch -j 1" "$o1" "$s1" "pixbatch -j 2" "$o2" "$s2" \
+    "mogrify (1 thread)" "$im" "$sim" "gm mogrify (1 thread)" "$gm" "$sgm"
+  printf '  speed-up -j 1 vs faster peer: %sx   vs mogrify: %sx   vs gm: %sx\n' \
+    "$(speedup "$best" "$o1")" "$(speedup "$im" "$o1")" "$(speedup "$gm" "$o1")"
+  printf '  speed-up -j 2 vs -j 1:        %sx\n' "$(speedup "$o1" "$o2")"
+}
+
+row "JPEG -> PNG" "-out png" "-format png" "-format png"
+row "JPEG -> JPEG, resize 50%, quality 85" "-out jpeg -q 85 -resize 50% 50%" \
+  "-resize 50% -quality 85" "-resize 50% -quality 85"
