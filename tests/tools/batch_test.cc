@@ -6,7 +6,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "process/conversion_items.h"
 #include "tests/support/test_support.h"
@@ -136,6 +140,66 @@ TEST_F(ConvertOneFileTest, OperationsRunInListOrder) {
   ASSERT_EQ(test::load(request.output, back), 0);
   EXPECT_EQ(back->width, 5);
   EXPECT_EQ(back->height, 4);
+}
+
+std::string contents(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Files converted on four threads at once come out byte for byte as they do
+// one after the other: the codecs, the operations and the save keep no
+// shared state between calls.
+TEST(ConvertOneFile, ConcurrentConversionsMatchSerialOnes) {
+  test::TempDir dir;
+  const char* formats[] = {"png", "gif", "jpeg", "tiff", "bmp", "ppm"};
+  std::vector<process::AdvancedStep> steps;
+  for (const char* words : {"-gauss 5", "-swirl 60", "-oil 2", "-colors 16 adaptive", "-resize 75% 75%"}) {
+    std::istringstream in(words);
+    const std::vector<std::string> w{std::istream_iterator<std::string>(in), {}};
+    size_t pos = 0;
+    process::AdvancedStep step{};
+    ASSERT_TRUE(process::parseAdvancedStep(w, &pos, &step)) << words;
+    steps.push_back(step);
+  }
+  constexpr int kFiles = 12;
+  for (int k = 0; k < kFiles; ++k) {
+    OwnedPicture pic;
+    test::makePattern(pic, k % 3 ? IMK_RGB : IMK_GREY, 60 + k, 40 + k);
+    ASSERT_EQ(test::save(dir.file("in" + std::to_string(k) + ".ppm"), pic.rec, k % 3 ? "ppm" : "pgm"), 0);
+  }
+  auto convert = [&](int k, const std::string& suffix) {
+    tools::ConvertRequest r;
+    r.input = dir.file("in" + std::to_string(k) + ".ppm");
+    r.outputFormat = imkGetIndex(formats[k % 6]);
+    r.output = dir.file("out" + std::to_string(k) + suffix);
+    r.steps = &steps;
+    std::atomic<int> slot{kNoConversion};
+    tools::BatchHooks hooks;
+    hooks.save.askConversion = [](void*, const char*, const ImageRecord&) { return 24; };
+    hooks.save.rememberedChoice = &slot;
+    return tools::ConvertOneFile(hooks, r).status == tools::FileStatus::kConverted;
+  };
+  for (int k = 0; k < kFiles; ++k) ASSERT_TRUE(convert(k, ".serial")) << k;
+  const mode_t mask = umask(022);
+  umask(mask);
+  std::atomic<int> next{0}, failed{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&] {
+      for (int k; (k = next++) < kFiles;)
+        if (!convert(k, ".threaded")) ++failed;
+    });
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(failed.load(), 0);
+  for (int k = 0; k < kFiles; ++k) {
+    const std::string a = contents(dir.file("out" + std::to_string(k) + ".serial"));
+    EXPECT_FALSE(a.empty());
+    EXPECT_EQ(a, contents(dir.file("out" + std::to_string(k) + ".threaded"))) << formats[k % 6];
+  }
+  // Saving new files on several threads leaves the process's umask alone.
+  const mode_t after = umask(mask);
+  EXPECT_EQ(after, mask);
 }
 
 FormatInfo formatWith(std::initializer_list<ImkKind> kinds) {
