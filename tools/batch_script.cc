@@ -280,8 +280,9 @@ std::string BatchHelpText() {
   }
   out +=
       "\n"
-      "A percentage of the picture's size is given as \"50%\". -rotate 90 is a quarter turn\n"
-      "right. A picture the output format cannot hold is converted automatically to the\n"
+      "A percentage of the picture's size is given as \"50%\"; a -resize side of 0 follows\n"
+      "from the other by the picture's aspect. -rotate 90 is a quarter turn right.\n"
+      "A picture the output format cannot hold is converted automatically to the\n"
       "closest kind it holds; the summary says which conversions were made.\n"
       "Exit status: 0 when every file was converted, 1 when some failed, 2 for bad options.\n";
   return out;

@@ -9,7 +9,10 @@
 // With -n the job is a numbered sequence: the single input is a name
 // template ("scans/img###.tif") and -outname the template of the results;
 // START to END (inclusive) by STEP. The first -npcd is the Photo CD
-// resolution step, a second one the GrobBpp setting plus one. pixbatch also
+// resolution step, a second one the GrobBpp setting plus one (a script whose
+// only -npcd came from GrobBpp reads it back as the Photo CD step: the two
+// share the word). Paths are words, so a path with blanks cannot stand in a
+// line. pixbatch also
 // takes -help, -ini FILE, -q N, -j N and "-" (input paths from standard
 // input), which scripts never hold.
 #pragma once

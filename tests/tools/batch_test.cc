@@ -18,6 +18,7 @@
 namespace {
 
 using test::OwnedPicture;
+using test::formatWith;
 
 bool exists(const std::string& path) {
   struct stat st {};
@@ -200,14 +201,6 @@ TEST(ConvertOneFile, ConcurrentConversionsMatchSerialOnes) {
   // Saving new files on several threads leaves the process's umask alone.
   const mode_t after = umask(mask);
   EXPECT_EQ(after, mask);
-}
-
-FormatInfo formatWith(std::initializer_list<ImkKind> kinds) {
-  FormatInfo info{};
-  int i = 0;
-  for (const ImkKind& k : kinds) info.kinds[i++] = k;
-  info.kinds[i].kind = 0xFFFFFFFFu;
-  return info;
 }
 
 TEST(ChooseConversion, TheClosestKindTheFormatHolds) {
