@@ -132,7 +132,8 @@ void SaveOptionsFor(int16_t formatIndex, int extraFlags, LoadOptions* o) {
 int SavePicture(const SaveHooks& hooks, const char* path, int16_t formatIndex,
                 const ImageRecord* picture, int extraFlags, int batchContinuation,
                 bool showProgress) {
-  std::atomic<int>& remembered = hooks.rememberedChoice ? *hooks.rememberedChoice : gRememberedChoice;
+  std::atomic<int>& remembered =
+      hooks.rememberedChoice ? *hooks.rememberedChoice : gRememberedChoice;
   if (!batchContinuation) remembered = kNoConversion;
   FormatInfo info{};
   imkGetInfo(formatIndex, &info);

@@ -383,7 +383,8 @@ struct ChunkWriter {
   }
   // Compressed data as IDAT chunks of at most kIdatSize bytes.
   void idat(const uint8_t* data, size_t n) {
-    for (size_t at = 0; at < n; at += kIdatSize) chunk("IDAT", data + at, std::min(kIdatSize, n - at));
+    for (size_t at = 0; at < n; at += kIdatSize)
+      chunk("IDAT", data + at, std::min(kIdatSize, n - at));
   }
 };
 
@@ -392,8 +393,7 @@ void packRow(const uint8_t* samples, int count, int depth, uint8_t* out) {
   const int perByte = 8 / depth;
   for (int x = 0, b = 0; x < count; x += perByte, ++b) {
     unsigned v = 0;
-    for (int k = 0; k < perByte; ++k)
-      v = (v << depth) | (x + k < count ? samples[x + k] : 0u);
+    for (int k = 0; k < perByte; ++k) v = (v << depth) | (x + k < count ? samples[x + k] : 0u);
     out[b] = static_cast<uint8_t>(v);
   }
 }
@@ -502,7 +502,8 @@ int write(WriteContext& ctx, const ImageRecord& pic) {
       packRow(samples.data(), pic.width, e.depth, row.data());
     else
       std::memcpy(row.data(), samples.data(), rowBytes);
-    uint8_t* dest = oneShot ? filtered.data() + static_cast<size_t>(y) * (rowBytes + 1) : filtered.data();
+    uint8_t* dest =
+        oneShot ? filtered.data() + static_cast<size_t>(y) * (rowBytes + 1) : filtered.data();
     filterRow(row.data(), y ? prior.data() : nullptr, rowBytes, channels, adaptive, dest, &scratch);
     if (!oneShot) stream(dest, rowBytes + 1, y + 1 == pic.height ? Z_FINISH : Z_NO_FLUSH);
     row.swap(prior);

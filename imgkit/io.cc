@@ -98,7 +98,8 @@ bool AtomicFile::open(const char* path) {
   target_ = path;
   char resolved[PATH_MAX];
   struct stat lst;
-  if (lstat(path, &lst) == 0 && S_ISLNK(lst.st_mode) && realpath(path, resolved)) target_ = resolved;
+  if (lstat(path, &lst) == 0 && S_ISLNK(lst.st_mode) && realpath(path, resolved))
+    target_ = resolved;
   struct stat st;
   if (stat(target_.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) return false;
 

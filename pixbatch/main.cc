@@ -92,7 +92,8 @@ class Run {
     std::printf("pixbatch: %zu of %zu file%s converted", converted_, jobs_.size(),
                 jobs_.size() == 1 ? "" : "s");
     if (failed_) std::printf(", %zu failed", failed_);
-    if (flags_ & tools::kDeleteOriginal) std::printf(", %zu original%s deleted", deleted_, deleted_ == 1 ? "" : "s");
+    if (flags_ & tools::kDeleteOriginal)
+      std::printf(", %zu original%s deleted", deleted_, deleted_ == 1 ? "" : "s");
     std::printf(" in %.2f s\n", seconds);
     for (const auto& [key, count] : conversions_)
       std::printf("pixbatch: %zu picture%s converted to \"%s\" for %s\n", count,
@@ -211,11 +212,23 @@ int main(int argc, char** argv) {
       }
       for (std::string line; std::getline(std::cin, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!line.empty()) jobs.push_back({line, tools::OutputPath(line, script.outDir, outFormat)});
+        if (!line.empty())
+          jobs.push_back({line, tools::OutputPath(line, script.outDir, outFormat)});
       }
     }
   }
   if (jobs.empty()) return usageError("no input files");
+  // Two inputs that would be written to the same output: the later result
+  // would replace the earlier, whose original -D would already have removed.
+  std::map<std::string, std::string> writtenBy;
+  for (const Job& job : jobs) {
+    const auto [it, fresh] = writtenBy.emplace(job.output, job.input);
+    if (fresh || it->second == job.input) continue;
+    const std::string clash = "\"" + it->second + "\" and \"" + job.input +
+                              "\" would both be written to \"" + job.output + "\"";
+    if (script.deleteOriginals) return usageError("-D: " + clash);
+    std::fprintf(stderr, "pixbatch: warning: %s\n", clash.c_str());
+  }
 
   const unsigned flags = script.deleteOriginals ? unsigned{tools::kDeleteOriginal} : 0u;
   const tools::BatchLoadSettings load =

@@ -51,7 +51,8 @@ const std::vector<AdvancedOp>& advancedOps() {
       {"-grey",
        "Convert to Grey",
        2,
-       {{"Levels", 2, 256, 256, true}, {"Method", 0, 1, 0, true, ParamKind::kChoice, "plain|dither"}},
+       {{"Levels", 2, 256, 256, true},
+        {"Method", 0, 1, 0, true, ParamKind::kChoice, "plain|dither"}},
        [](ImageRecord* p, const double* v) {
          return convertToGrey(p, nullptr, i(v, 0), i(v, 1) ? kMethodOrdered : kMethodPlain);
        }},

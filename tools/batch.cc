@@ -1,11 +1,12 @@
 // Converting one file of a batch, output names and the automatic conversion.
 #include "tools/batch.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <iterator>
 #include <cstring>
+#include <iterator>
 
 #include "core/messages.h"
 #include "process/conversion_items.h"
@@ -27,6 +28,14 @@ std::string oneLine(std::string text) {
     }
   }
   return out;
+}
+
+// Whether two paths name the same existing file. A path that cannot be
+// looked at counts as the same, so that doubt never removes a file.
+bool sameFile(const std::string& a, const std::string& b) {
+  struct stat sa, sb;
+  if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return true;
+  return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
 // Frees the picture of a conversion on every way out.
@@ -62,8 +71,8 @@ FileResult ConvertOneFile(const BatchHooks& hooks, const ConvertRequest& request
   LoadOptions options;
   imkDefaultOption(&options);
   options.reserved0 = 0;
-  options.flags = IMK_FLAG_PROGRESS | IMK_FLAG_LOAD |
-                  (request.load.ignoreError ? IMK_FLAG_IGNORE_ERRORS : 0);
+  options.flags =
+      IMK_FLAG_PROGRESS | IMK_FLAG_LOAD | (request.load.ignoreError ? IMK_FLAG_IGNORE_ERRORS : 0);
   options.formatIndex = request.inputFormat;
   options.pictureIndex = 0;
   options.reserved38 = 1;
@@ -118,9 +127,10 @@ FileResult ConvertOneFile(const BatchHooks& hooks, const ConvertRequest& request
   result.status = FileStatus::kConverted;
 
   // 5. The original goes only once its conversion is written, and never when
-  // it was converted in place (plain string comparison, as the paths were
-  // built).
-  if ((request.flags & kDeleteOriginal) && request.input != request.output)
+  // it was converted in place: the paths are equal as strings, or spelled
+  // differently ("dir/./a.png") but naming the file just written.
+  if ((request.flags & kDeleteOriginal) && request.input != request.output &&
+      !sameFile(request.input, request.output))
     result.deleted = ::unlink(in) == 0;
   return result;
 }
@@ -209,8 +219,7 @@ bool formatHolds(const FormatInfo& format, Produced p) {
 int ChooseConversion(const FormatInfo& format, const ImageRecord& picture) {
   // Items in order of preference for each kind of picture: first what loses
   // nothing or least (more levels and colours before fewer), then other kinds.
-  static const int kFromTrueColour[] = {24, 23, 22, 21, 20, 19, 18, 11, 17, 16,
-                                        15, 14, 13, 12, 2};
+  static const int kFromTrueColour[] = {24, 23, 22, 21, 20, 19, 18, 11, 17, 16, 15, 14, 13, 12, 2};
   static const int kFromMapped[] = {32, 24, 23, 22, 21, 20, 19, 18, 11, 17, 16, 15, 14, 13, 12, 2};
   static const int kFromGrey[] = {11, 17, 16, 15, 14, 13, 12, 32, 24, 23, 22, 21, 20, 19, 18, 2};
   // Two levels go into the smallest picture that holds them exactly.

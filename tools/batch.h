@@ -57,15 +57,16 @@ enum class FileStatus { kConverted, kLoadFailed, kOperationFailed, kSaveFailed }
 
 struct FileResult {
   FileStatus status = FileStatus::kLoadFailed;
-  int code = 0;           // the library's load or save code, 255 for a refused conversion
-  bool deleted = false;   // the input was removed
-  std::string message;    // what went wrong, one line
+  int code = 0;          // the library's load or save code, 255 for a refused conversion
+  bool deleted = false;  // the input was removed
+  std::string message;   // what went wrong, one line
   int16_t formatRead = -1;
 };
 
 // Converts one file: load with the request's load settings, the advanced
 // operations in order, SavePicture, and the removal of the input only after
-// a successful save and only when input and output paths differ.
+// a successful save and only when input and output paths differ (and, however
+// they are spelled, do not name the same file).
 FileResult ConvertOneFile(const BatchHooks& hooks, const ConvertRequest& request);
 
 // A file name from a template and a number: a run of k '#' becomes the

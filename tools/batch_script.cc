@@ -159,8 +159,8 @@ bool ParseBatchScript(const std::vector<std::string>& words, BatchScript* script
       const bool type = w == "-ctype";
       const char* names = type ? "grey|rgb|bgr|rgba|abgr|cmy|cmyk" : "inter|seq|sep";
       if (!has(1)) return missing(std::string("one of ") + names);
-      const int k = type ? nameIndex(kChannelTypes, words[i + 1])
-                         : nameIndex(kChannelOrders, words[i + 1]);
+      const int k =
+          type ? nameIndex(kChannelTypes, words[i + 1]) : nameIndex(kChannelOrders, words[i + 1]);
       if (k < 0) return bad(1, std::string("one of ") + names);
       (type ? s.channelType : s.channelOrder) = k;
       i += 2;
@@ -170,9 +170,9 @@ bool ParseBatchScript(const std::vector<std::string>& words, BatchScript* script
                        : w == "-ini"     ? "the file"
                        : w == "-outname" ? "the template"
                                          : "the format name");
-      std::string& target = w == "-out"  ? s.outFormat
-                            : w == "-in" ? s.inFormat
-                            : w == "-o"  ? s.outDir
+      std::string& target = w == "-out"   ? s.outFormat
+                            : w == "-in"  ? s.inFormat
+                            : w == "-o"   ? s.outDir
                             : w == "-ini" ? s.iniFile
                                           : s.outTemplate;
       target = words[i + 1];

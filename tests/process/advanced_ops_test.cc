@@ -136,14 +136,22 @@ TEST(AdvancedOps, NamedParametersAreThePortableWords) {
   };
   // Each script reads into the value the dialog stores, and writes back as given.
   const Case cases[] = {
-      {"-binary pattern", {0}},        {"-binary floyd", {1}},
-      {"-binary halftone45", {2}},     {"-binary halftone90", {3}},
-      {"-binary threshold", {4}},      {"-grey 16 plain", {16, 0}},
-      {"-grey 4 dither", {4, 1}},      {"-colors 256 dither", {256, 0}},
-      {"-colors 16 adaptive", {16, 1}}, {"-swap rbg", {0}},
-      {"-swap bgr", {1}},              {"-swap brg", {2}},
-      {"-swap grb", {3}},              {"-swap gbr", {4}},
-      {"-gamma 2.2", {2.2}},           {"-rotate 90", {90}},
+      {"-binary pattern", {0}},
+      {"-binary floyd", {1}},
+      {"-binary halftone45", {2}},
+      {"-binary halftone90", {3}},
+      {"-binary threshold", {4}},
+      {"-grey 16 plain", {16, 0}},
+      {"-grey 4 dither", {4, 1}},
+      {"-colors 256 dither", {256, 0}},
+      {"-colors 16 adaptive", {16, 1}},
+      {"-swap rbg", {0}},
+      {"-swap bgr", {1}},
+      {"-swap brg", {2}},
+      {"-swap grb", {3}},
+      {"-swap gbr", {4}},
+      {"-gamma 2.2", {2.2}},
+      {"-rotate 90", {90}},
       {"-slice 8 -3 vertical", {8, -3, 1}},
       {"-resize 50% 25% -ratio -rtype quick", {50, 25, 1, 0}},
       {"-resize 800 0 -rtype linear", {800, 0, 0, 1}},
@@ -152,14 +160,17 @@ TEST(AdvancedOps, NamedParametersAreThePortableWords) {
     size_t pos = 0;
     process::AdvancedStep step{};
     std::string error;
-    ASSERT_TRUE(process::parseAdvancedStep(split(c.words), &pos, &step, &error)) << c.words << error;
-    for (size_t k = 0; k < c.values.size(); ++k) EXPECT_DOUBLE_EQ(step.values[k], c.values[k]) << c.words;
+    ASSERT_TRUE(process::parseAdvancedStep(split(c.words), &pos, &step, &error))
+        << c.words << error;
+    for (size_t k = 0; k < c.values.size(); ++k)
+      EXPECT_DOUBLE_EQ(step.values[k], c.values[k]) << c.words;
     EXPECT_EQ(process::advancedOpWords(step), c.words);
   }
   // The resampling and ratio words may come in either order.
   size_t pos = 0;
   process::AdvancedStep step{};
-  ASSERT_TRUE(process::parseAdvancedStep(split("-resize 10 20 -rtype quick -ratio x"), &pos, &step));
+  ASSERT_TRUE(
+      process::parseAdvancedStep(split("-resize 10 20 -rtype quick -ratio x"), &pos, &step));
   EXPECT_EQ(pos, 6u);
   EXPECT_EQ(step.values[2], 1);
   EXPECT_EQ(step.values[3], 0);

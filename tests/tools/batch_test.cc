@@ -17,8 +17,8 @@
 
 namespace {
 
-using test::OwnedPicture;
 using test::formatWith;
+using test::OwnedPicture;
 
 bool exists(const std::string& path) {
   struct stat st {};
@@ -99,6 +99,13 @@ TEST_F(ConvertOneFileTest, InPlaceConversionIsNotDeleted) {
   EXPECT_EQ(r.status, tools::FileStatus::kConverted);
   EXPECT_FALSE(r.deleted);
   ASSERT_TRUE(exists(input));
+  // The same file spelled differently is in place too: flipped back, kept.
+  request.output = dir.file("./in.ppm");
+  const tools::FileResult again = run();
+  EXPECT_EQ(again.status, tools::FileStatus::kConverted);
+  EXPECT_FALSE(again.deleted);
+  ASSERT_TRUE(exists(input));
+  ASSERT_EQ(run().status, tools::FileStatus::kConverted);  // flipped once more
   // It holds the converted (flipped) picture.
   OwnedPicture before, after;
   test::makePattern(before, IMK_RGB, 24, 16);
@@ -155,7 +162,8 @@ TEST(ConvertOneFile, ConcurrentConversionsMatchSerialOnes) {
   test::TempDir dir;
   const char* formats[] = {"png", "gif", "jpeg", "tiff", "bmp", "ppm"};
   std::vector<process::AdvancedStep> steps;
-  for (const char* words : {"-gauss 5", "-swirl 60", "-oil 2", "-colors 16 adaptive", "-resize 75% 75%"}) {
+  for (const char* words :
+       {"-gauss 5", "-swirl 60", "-oil 2", "-colors 16 adaptive", "-resize 75% 75%"}) {
     std::istringstream in(words);
     const std::vector<std::string> w{std::istream_iterator<std::string>(in), {}};
     size_t pos = 0;
@@ -167,7 +175,8 @@ TEST(ConvertOneFile, ConcurrentConversionsMatchSerialOnes) {
   for (int k = 0; k < kFiles; ++k) {
     OwnedPicture pic;
     test::makePattern(pic, k % 3 ? IMK_RGB : IMK_GREY, 60 + k, 40 + k);
-    ASSERT_EQ(test::save(dir.file("in" + std::to_string(k) + ".ppm"), pic.rec, k % 3 ? "ppm" : "pgm"), 0);
+    ASSERT_EQ(
+        test::save(dir.file("in" + std::to_string(k) + ".ppm"), pic.rec, k % 3 ? "ppm" : "pgm"), 0);
   }
   auto convert = [&](int k, const std::string& suffix) {
     tools::ConvertRequest r;
@@ -211,7 +220,8 @@ TEST(ChooseConversion, TheClosestKindTheFormatHolds) {
   test::makePattern(mapped, IMK_MAPPED, 8, 8, 100);
   test::makePattern(binary, IMK_BINARY, 8, 8);
   auto label = [](int item) { return std::string(process::conversionItem(item)->label); };
-  const FormatInfo palette = formatWith({{IMK_BINARY, 2, kAny, kAny}, {IMK_MAPPED, 256, kAny, kAny}});
+  const FormatInfo palette =
+      formatWith({{IMK_BINARY, 2, kAny, kAny}, {IMK_MAPPED, 256, kAny, kAny}});
   EXPECT_EQ(label(tools::ChooseConversion(palette, rgb.rec)), "256 colors (Adaptive)");
   EXPECT_EQ(label(tools::ChooseConversion(palette, grey.rec)), "256 colors (Adaptive)");
   const FormatInfo binaryOnly = formatWith({{IMK_BINARY, 2, kAny, kAny}});
@@ -251,16 +261,16 @@ TEST(SavePictureSlot, ABatchKeepsItsChoiceInItsOwnSlot) {
   hooks.askConversion = [](void*, const char*, const ImageRecord&) { return 32; };
   hooks.rememberedChoice = &slot;
   const int before = RememberedConversion();
-  ASSERT_EQ(SavePicture(hooks, dir.file("a.ppm").c_str(), imkGetIndex("ppm"), &binary.rec, 0, 0,
-                        false),
-            0);
+  ASSERT_EQ(
+      SavePicture(hooks, dir.file("a.ppm").c_str(), imkGetIndex("ppm"), &binary.rec, 0, 0, false),
+      0);
   EXPECT_EQ(slot.load(), 32);
   EXPECT_EQ(RememberedConversion(), before) << "the program's own choice is untouched";
   // The second file of that batch reuses the slot without asking.
   hooks.askConversion = nullptr;
-  EXPECT_EQ(SavePicture(hooks, dir.file("b.ppm").c_str(), imkGetIndex("ppm"), &binary.rec, 0, 1,
-                        false),
-            0);
+  EXPECT_EQ(
+      SavePicture(hooks, dir.file("b.ppm").c_str(), imkGetIndex("ppm"), &binary.rec, 0, 1, false),
+      0);
 }
 
 }  // namespace

@@ -71,6 +71,17 @@ cp in/g.pgm in/same.pgm
 check "in-place conversion succeeds" test $? -eq 0
 check "in-place file is kept and negated" cmp -s in/same.pgm <(pnminvert in/g.pgm)
 
+# The same file through another spelling of its directory is in place too.
+cp in/g.pgm in/dot.pgm
+"$PIXBATCH" -D -out pgm -o "$tmp/in/." -negate in/dot.pgm > log 2>&1
+check "in-place through -o DIR/. keeps the file" cmp -s in/dot.pgm <(pnminvert in/g.pgm)
+# Two inputs for one output: refused with -D before anything is touched.
+cp in/g.pgm in/twin.pgm && pnmtopng in/g.pgm > in/twin.png 2>/dev/null
+"$PIXBATCH" -D -out gif in/twin.pgm in/twin.png > log 2>&1
+check "colliding outputs with -D exit 2" test $? -eq 2
+check "colliding outputs are named" grep -q "twin.gif" log
+check "colliding inputs kept" test -e in/twin.pgm -a -e in/twin.png -a ! -e in/twin.gif
+
 # 5. The sequence form with the output template.
 for n in 1 2 3; do pgmramp -tb 8 8 > "in/s00$n.pgm"; done
 "$PIXBATCH" -out gif -in pgm -n 1 3 1 -outname "t#.gif" "$tmp/in/s###.pgm" > log 2>&1
