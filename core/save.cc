@@ -132,7 +132,9 @@ void SaveOptionsFor(int16_t formatIndex, int extraFlags, LoadOptions* o) {
 int SavePicture(const SaveHooks& hooks, const char* path, int16_t formatIndex,
                 const ImageRecord* picture, int extraFlags, int batchContinuation,
                 bool showProgress) {
-  if (!batchContinuation) gRememberedChoice = kNoConversion;
+  std::atomic<int>& remembered =
+      hooks.rememberedChoice ? *hooks.rememberedChoice : gRememberedChoice;
+  if (!batchContinuation) remembered = kNoConversion;
   FormatInfo info{};
   imkGetInfo(formatIndex, &info);
 
@@ -143,7 +145,7 @@ int SavePicture(const SaveHooks& hooks, const char* path, int16_t formatIndex,
   char status[64];
 
   if (!accepted && !anyKind) {
-    int choice = gRememberedChoice.load();
+    int choice = remembered.load();
     if (!(batchContinuation && choice != kNoConversion)) {
       const std::string title = std::string("Convert \"") + path + "\"";
       choice = hooks.askConversion ? hooks.askConversion(hooks.data, title.c_str(), *picture) : 0;
@@ -167,7 +169,7 @@ int SavePicture(const SaveHooks& hooks, const char* path, int16_t formatIndex,
       say(hooks, hooks.showError, "Error converting picture !!");
       return kSaveCancelled;
     }
-    gRememberedChoice = choice;
+    remembered = choice;
     toSave = &converted.rec;
   } else {
     int w, h;

@@ -4,6 +4,7 @@
 // fills the format's write options from the settings and calls imkSave.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "imgkit/imgkit.h"
@@ -26,6 +27,10 @@ struct SaveHooks {
   void (*openProgress)(void* data, const char* title, const char* text) = nullptr;
   ImkProgressFunc progress = nullptr;
   void (*closeProgress)(void* data) = nullptr;
+  // Where the conversion choice of a batch is remembered; null keeps it in
+  // the program's own slot (RememberedConversion). A batch converting files
+  // on several threads gives each file or job its own slot.
+  std::atomic<int>* rememberedChoice = nullptr;
 };
 
 constexpr int kSaveCancelled = 255;

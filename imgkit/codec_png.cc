@@ -14,11 +14,16 @@
 // libpng reports errors through our error function, which longjmps back.
 // Every setjmp lives in a small function whose frame holds only plain data,
 // so the longjmp never skips a destructor.
+#include <libdeflate.h>
 #include <png.h>
+#include <zlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "imgkit/internal.h"
@@ -288,29 +293,6 @@ int read(ReadContext& ctx, Picture& out) {
 // ---------------------------------------------------------------------------
 // Writing.
 
-void onWrite(png_structp png, png_bytep bytes, size_t length) {
-  auto* s = static_cast<PngState*>(png_get_io_ptr(png));
-  if (std::fwrite(bytes, 1, length, s->file) != length) png_error(png, "write failed");
-}
-
-void onFlush(png_structp png) {
-  auto* s = static_cast<PngState*>(png_get_io_ptr(png));
-  if (std::fflush(s->file) != 0) png_error(png, "write failed");
-}
-
-struct Writer : PngState {
-  explicit Writer(FILE* out) {
-    file = out;
-    png = png_create_write_struct(PNG_LIBPNG_VER_STRING, this, onError, onWarning);
-    if (png) info = png_create_info_struct(png);
-  }
-  Writer(const Writer&) = delete;
-  Writer& operator=(const Writer&) = delete;
-  ~Writer() {
-    if (png) png_destroy_write_struct(&png, info ? &info : nullptr);
-  }
-};
-
 // How a picture is stored.
 struct Encoding {
   int colorType = PNG_COLOR_TYPE_RGB;
@@ -365,49 +347,189 @@ void storedRow(const ImageRecord& pic, const Encoding& e, int y, uint8_t* line) 
   }
 }
 
-// Writes the whole file; `line` holds one row of up to width*4 bytes.
-// Protected by setjmp: returns an imgkit result code.
-int encode(PngState* s, const ImageRecord* pic, const Encoding* e, uint8_t* line,
-           WriteContext* ctx) {
-  if (setjmp(s->jump)) return IMK_ERR_WRITE;
-  png_structp png = s->png;
-  png_set_write_fn(png, s, onWrite, onFlush);
-  png_set_user_limits(png, kMaxDimension, kMaxDimension);
-  png_set_IHDR(png, s->info, static_cast<png_uint_32>(pic->width),
-               static_cast<png_uint_32>(pic->height), e->depth, e->colorType, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  if (e->colorType == PNG_COLOR_TYPE_PALETTE) {
-    png_color entries[256];
-    for (int i = 0; i < e->levels; ++i)
-      entries[i] = {pic->palette[i], pic->palette[256 + i], pic->palette[512 + i]};
-    png_set_PLTE(png, s->info, entries, e->levels);
+// The chunks are written by hand around a zlib stream made by libdeflate,
+// which compresses a whole picture at once two to three times faster than
+// zlib at the same level for the same size or smaller. Pictures whose
+// filtered rows would not fit comfortably in memory twice go through zlib's
+// streaming interface instead.
+std::atomic<size_t> gOneShotLimit{size_t{512} << 20};
+constexpr size_t kIdatSize = size_t{256} << 10;
+
+void putBigEndian(uint8_t* p, uint32_t v) {
+  p[0] = static_cast<uint8_t>(v >> 24);
+  p[1] = static_cast<uint8_t>(v >> 16);
+  p[2] = static_cast<uint8_t>(v >> 8);
+  p[3] = static_cast<uint8_t>(v);
+}
+
+struct ChunkWriter {
+  FILE* file;
+  bool ok = true;
+  void raw(const void* data, size_t n) {
+    if (ok && n && std::fwrite(data, 1, n, file) != n) ok = false;
   }
-  png_set_compression_level(png, std::min<int>(ctx->options.saveQuality, 9));
-  png_write_info(png, s->info);
-  if (e->depth < 8) png_set_packing(png);
-  if (ctx->progress.begin(pic->height)) return IMK_ERR_STOPPED;
-  for (int y = 0; y < pic->height; ++y) {
-    storedRow(*pic, *e, y, line);
-    png_write_row(png, line);
-    if (ctx->progress.advance(y + 1)) return IMK_ERR_STOPPED;
+  void chunk(const char* type, const uint8_t* data, size_t n) {
+    uint8_t head[8];
+    putBigEndian(head, static_cast<uint32_t>(n));
+    std::memcpy(head + 4, type, 4);
+    uint32_t crc = libdeflate_crc32(0, head + 4, 4);
+    // libdeflate_crc32 with a null buffer starts over instead of continuing.
+    if (n) crc = libdeflate_crc32(crc, data, n);
+    uint8_t tail[4];
+    putBigEndian(tail, crc);
+    raw(head, 8);
+    raw(data, n);
+    raw(tail, 4);
   }
-  png_write_end(png, nullptr);
-  return IMK_OK;
+  // Compressed data as IDAT chunks of at most kIdatSize bytes.
+  void idat(const uint8_t* data, size_t n) {
+    for (size_t at = 0; at < n; at += kIdatSize)
+      chunk("IDAT", data + at, std::min(kIdatSize, n - at));
+  }
+};
+
+// Packs samples of `depth` < 8 bits, most significant bits first.
+void packRow(const uint8_t* samples, int count, int depth, uint8_t* out) {
+  const int perByte = 8 / depth;
+  for (int x = 0, b = 0; x < count; x += perByte, ++b) {
+    unsigned v = 0;
+    for (int k = 0; k < perByte; ++k) v = (v << depth) | (x + k < count ? samples[x + k] : 0u);
+    out[b] = static_cast<uint8_t>(v);
+  }
+}
+
+inline uint8_t paeth(int a, int b, int c) {
+  const int p = a + b - c;
+  const int pa = std::abs(p - a), pb = std::abs(p - b), pc = std::abs(p - c);
+  return static_cast<uint8_t>(pa <= pb && pa <= pc ? a : pb <= pc ? b : c);
+}
+
+// Filters one row into out[0] (the filter type) and out[1..n]. Palette and
+// low-depth rows stay unfiltered; the others take the filter whose bytes,
+// read as signed values, have the smallest sum of magnitudes (the usual
+// heuristic, which suits photographs).
+void filterRow(const uint8_t* row, const uint8_t* prior, size_t n, int bpp, bool adaptive,
+               uint8_t* out, std::vector<uint8_t>* scratch) {
+  if (!adaptive) {
+    out[0] = 0;
+    std::memcpy(out + 1, row, n);
+    return;
+  }
+  scratch->resize(4 * n);
+  uint8_t* f[5] = {const_cast<uint8_t*>(row), scratch->data(), scratch->data() + n,
+                   scratch->data() + 2 * n, scratch->data() + 3 * n};
+  for (size_t i = 0; i < n; ++i) {
+    const int a = i >= static_cast<size_t>(bpp) ? row[i - bpp] : 0;
+    const int b = prior ? prior[i] : 0;
+    const int c = prior && i >= static_cast<size_t>(bpp) ? prior[i - bpp] : 0;
+    f[1][i] = static_cast<uint8_t>(row[i] - a);
+    f[2][i] = static_cast<uint8_t>(row[i] - b);
+    f[3][i] = static_cast<uint8_t>(row[i] - ((a + b) >> 1));
+    f[4][i] = static_cast<uint8_t>(row[i] - paeth(a, b, c));
+  }
+  int best = 0;
+  uint64_t bestCost = UINT64_MAX;
+  for (int k = 0; k < 5; ++k) {
+    uint64_t cost = 0;
+    for (size_t i = 0; i < n; ++i) cost += f[k][i] < 128 ? f[k][i] : 256 - f[k][i];
+    if (cost < bestCost) bestCost = cost, best = k;
+  }
+  out[0] = static_cast<uint8_t>(best);
+  std::memcpy(out + 1, f[best], n);
 }
 
 int write(WriteContext& ctx, const ImageRecord& pic) {
   if (!ctx.out.file()) return IMK_ERR_WRITE;
   if (pic.type == IMK_MAPPED && !pic.palette) return IMK_ERR_CANNOT_SAVE;
-  Writer w(ctx.out.file());
-  if (!w.png || !w.info) return IMK_ERR_MEMORY;
+  if (pic.width <= 0 || pic.height <= 0 || pic.width > kMaxDimension || pic.height > kMaxDimension)
+    return IMK_ERR_CANNOT_SAVE;
   const Encoding e = encodingOf(pic);
-  std::vector<uint8_t> line(static_cast<size_t>(pic.width) * 4);
-  const int rc = encode(&w, &pic, &e, line.data(), &ctx);
-  if (rc == IMK_OK && std::ferror(w.file)) return IMK_ERR_WRITE;
-  return rc;
+  const int channels = e.colorType == PNG_COLOR_TYPE_RGB         ? 3
+                       : e.colorType == PNG_COLOR_TYPE_RGB_ALPHA ? 4
+                                                                 : 1;
+  const size_t rowBytes = (static_cast<size_t>(pic.width) * channels * e.depth + 7) / 8;
+  const bool adaptive = e.depth == 8 && e.colorType != PNG_COLOR_TYPE_PALETTE;
+  const int level = std::min<int>(ctx.options.saveQuality, 9);
+
+  ChunkWriter out{ctx.out.file()};
+  out.raw(kSignature, sizeof kSignature);
+  uint8_t ihdr[13];
+  putBigEndian(ihdr, static_cast<uint32_t>(pic.width));
+  putBigEndian(ihdr + 4, static_cast<uint32_t>(pic.height));
+  ihdr[8] = static_cast<uint8_t>(e.depth);
+  ihdr[9] = static_cast<uint8_t>(e.colorType);
+  ihdr[10] = ihdr[11] = ihdr[12] = 0;  // deflate, adaptive filtering, not interlaced
+  out.chunk("IHDR", ihdr, sizeof ihdr);
+  if (e.colorType == PNG_COLOR_TYPE_PALETTE) {
+    uint8_t plte[768];
+    for (int i = 0; i < e.levels; ++i) {
+      plte[3 * i] = pic.palette[i];
+      plte[3 * i + 1] = pic.palette[256 + i];
+      plte[3 * i + 2] = pic.palette[512 + i];
+    }
+    out.chunk("PLTE", plte, static_cast<size_t>(e.levels) * 3);
+  }
+
+  // Rows in the stored layout, packed and filtered.
+  std::vector<uint8_t> samples(static_cast<size_t>(pic.width) * 4), row(rowBytes), prior(rowBytes),
+      scratch;
+  const size_t filteredSize = (rowBytes + 1) * static_cast<size_t>(pic.height);
+  const bool oneShot = filteredSize <= pngOneShotLimit();
+  std::vector<uint8_t> filtered(oneShot ? filteredSize : rowBytes + 1);
+  z_stream z{};
+  std::vector<uint8_t> zbuf;
+  if (!oneShot) {
+    if (deflateInit(&z, level) != Z_OK) return IMK_ERR_MEMORY;
+    zbuf.resize(kIdatSize);
+  }
+  // Feeds one filtered row to the streaming compressor (flush at the end).
+  auto stream = [&](const uint8_t* data, size_t n, int flush) {
+    z.next_in = const_cast<uint8_t*>(data);
+    z.avail_in = static_cast<uInt>(n);
+    int rc;
+    do {
+      z.next_out = zbuf.data();
+      z.avail_out = static_cast<uInt>(zbuf.size());
+      rc = deflate(&z, flush);
+      out.idat(zbuf.data(), zbuf.size() - z.avail_out);
+    } while (z.avail_out == 0 || (flush == Z_FINISH && rc != Z_STREAM_END));
+  };
+  int result = IMK_OK;
+  if (ctx.progress.begin(pic.height)) result = IMK_ERR_STOPPED;
+  for (int y = 0; y < pic.height && result == IMK_OK; ++y) {
+    storedRow(pic, e, y, samples.data());
+    if (e.depth < 8)
+      packRow(samples.data(), pic.width, e.depth, row.data());
+    else
+      std::memcpy(row.data(), samples.data(), rowBytes);
+    uint8_t* dest =
+        oneShot ? filtered.data() + static_cast<size_t>(y) * (rowBytes + 1) : filtered.data();
+    filterRow(row.data(), y ? prior.data() : nullptr, rowBytes, channels, adaptive, dest, &scratch);
+    if (!oneShot) stream(dest, rowBytes + 1, y + 1 == pic.height ? Z_FINISH : Z_NO_FLUSH);
+    row.swap(prior);
+    if (ctx.progress.advance(y + 1)) result = IMK_ERR_STOPPED;
+  }
+  if (!oneShot) deflateEnd(&z);
+  if (result != IMK_OK) return result;
+  if (oneShot) {
+    libdeflate_compressor* c = libdeflate_alloc_compressor(level);
+    if (!c) return IMK_ERR_MEMORY;
+    std::vector<uint8_t> packed(libdeflate_zlib_compress_bound(c, filteredSize));
+    const size_t n =
+        libdeflate_zlib_compress(c, filtered.data(), filteredSize, packed.data(), packed.size());
+    libdeflate_free_compressor(c);
+    if (n == 0) return IMK_ERR_MEMORY;
+    out.idat(packed.data(), n);
+  }
+  out.chunk("IEND", nullptr, 0);
+  if (!out.ok || std::ferror(ctx.out.file())) return IMK_ERR_WRITE;
+  return IMK_OK;
 }
 
 }  // namespace
+
+size_t pngOneShotLimit() { return gOneShotLimit.load(); }
+void setPngOneShotLimit(size_t bytes) { gOneShotLimit.store(bytes); }
 
 const Codec kPngCodec = {"png",
                          "PNG",

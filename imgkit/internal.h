@@ -23,6 +23,11 @@ constexpr int32_t kMaxDimension = 1 << 20;
 // lower it with setPixelByteLimit so that hostile headers fail fast.
 size_t pixelByteLimit();
 void setPixelByteLimit(size_t bytes);
+// The PNG writer compresses a picture at once when its filtered rows take at
+// most this many bytes, and streams it through zlib otherwise; tests lower
+// it to reach the streaming path.
+size_t pngOneShotLimit();
+void setPngOneShotLimit(size_t bytes);
 
 // True when width x height x bytesPerPixel is positive, within kMaxDimension
 // and within pixelByteLimit(), computed without overflow.

@@ -76,13 +76,30 @@ AtomicFile::~AtomicFile() {
 
 int AtomicFile::fd() const { return file_ ? fileno(file_) : -1; }
 
+namespace {
+
+// The process's umask. Reading it means setting it (umask(0)) and putting it
+// back; two threads doing that at once can leave the umask at 0 for good, so
+// it is read once, under the guard of a static's initialisation, and kept.
+mode_t processUmask() {
+  static const mode_t mask = [] {
+    const mode_t m = umask(0);
+    umask(m);
+    return m;
+  }();
+  return mask;
+}
+
+}  // namespace
+
 bool AtomicFile::open(const char* path) {
   if (!path || !*path) return false;
   // Write beside the file a symbolic link points to, so that the link stays.
   target_ = path;
   char resolved[PATH_MAX];
   struct stat lst;
-  if (lstat(path, &lst) == 0 && S_ISLNK(lst.st_mode) && realpath(path, resolved)) target_ = resolved;
+  if (lstat(path, &lst) == 0 && S_ISLNK(lst.st_mode) && realpath(path, resolved))
+    target_ = resolved;
   struct stat st;
   if (stat(target_.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) return false;
 
@@ -99,9 +116,7 @@ bool AtomicFile::open(const char* path) {
   if (stat(target_.c_str(), &st) == 0) {
     mode = st.st_mode & 07777;
   } else {
-    mode_t mask = umask(0);
-    umask(mask);
-    mode = 0666 & ~mask;
+    mode = 0666 & ~processUmask();
   }
   fchmod(fd, mode);
   file_ = fdopen(fd, "wb");

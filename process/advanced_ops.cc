@@ -32,6 +32,11 @@ constexpr AdvancedParam kStrength5 = {"Strength", 1, 100, 5, true};
 constexpr AdvancedParam kStrength50 = {"Strength", 1, 100, 50, true};
 constexpr AdvancedParam kNoiseAmount = {"Amount", 0, 255, 32, true};
 
+// "-binary" names in the order of their values, and the method of each.
+constexpr const char* kBinaryNames = "pattern|floyd|halftone45|halftone90|threshold";
+constexpr int kBinaryMethods[] = {kMethodOrdered, kMethodErrorDiffusion, kMethodHalftone45,
+                                  kMethodHalftone90, kMethodThreshold};
+
 }  // namespace
 
 const std::vector<AdvancedOp>& advancedOps() {
@@ -39,18 +44,26 @@ const std::vector<AdvancedOp>& advancedOps() {
       {"-binary",
        "Convert to Binary",
        1,
-       {{"Method", 0, 5, 1, true}},
-       [](ImageRecord* p, const double* v) { return convertPicture(p, nullptr, 1, i(v, 0)); }},
+       {{"Method", 0, 4, 0, true, ParamKind::kChoice, kBinaryNames}},
+       [](ImageRecord* p, const double* v) {
+         return convertPicture(p, nullptr, kToBinary, kBinaryMethods[i(v, 0)]);
+       }},
       {"-grey",
        "Convert to Grey",
        2,
-       {{"Levels", 2, 256, 256, true}, {"Method", 0, 5, 1, true}},
-       [](ImageRecord* p, const double* v) { return convertToGrey(p, nullptr, i(v, 0), i(v, 1)); }},
+       {{"Levels", 2, 256, 256, true},
+        {"Method", 0, 1, 0, true, ParamKind::kChoice, "plain|dither"}},
+       [](ImageRecord* p, const double* v) {
+         return convertToGrey(p, nullptr, i(v, 0), i(v, 1) ? kMethodOrdered : kMethodPlain);
+       }},
       {"-colors",
        "Convert to Colors",
        2,
-       {{"Colors", 2, 256, 256, true}, {"Method", 1, 4, 1, true}},
-       [](ImageRecord* p, const double* v) { return reduceColours(p, nullptr, i(v, 0), i(v, 1)); }},
+       {{"Colors", 2, 256, 256, true},
+        {"Method", 0, 1, 1, true, ParamKind::kChoice, "dither|adaptive"}},
+       [](ImageRecord* p, const double* v) {
+         return reduceColours(p, nullptr, i(v, 0), i(v, 1) ? kMethodPlain : kMethodOrdered);
+       }},
       {"-truecolors",
        "Convert to True Color",
        0,
@@ -59,10 +72,10 @@ const std::vector<AdvancedOp>& advancedOps() {
       {"-resize",
        "Resize",
        4,
-       {{"Width", 1, 65535, 640, true},
-        {"Height", 1, 65535, 480, true},
-        {"Keep ratio", 0, 1, 1, true},
-        {"Linear", 0, 1, 1, true}},
+       {{"Width", 0, 65535, 640, true, ParamKind::kLength, nullptr, nullptr, 'x'},
+        {"Height", 0, 65535, 480, true, ParamKind::kLength, nullptr, nullptr, 'y'},
+        {"Keep ratio", 0, 1, 1, true, ParamKind::kFlag, nullptr, "-ratio"},
+        {"Resampling", 0, 1, 1, true, ParamKind::kKeyed, "quick|linear", "-rtype"}},
        [](ImageRecord* p, const double* v) {
          return resizePicture(p, nullptr, i(v, 0), i(v, 1),
                               i(v, 3) ? kResampleLinear : kResampleQuick, i(v, 2) != 0);
@@ -95,7 +108,7 @@ const std::vector<AdvancedOp>& advancedOps() {
       {"-rotate",
        "Rotate",
        1,
-       {{"Angle", -180, 180, 90, false}},
+       {{"Angle", -360, 360, 90, false}},
        [](ImageRecord* p, const double* v) { return rotatePicture(p, nullptr, v[0]); }},
       {"-negate",
        "Negative",
@@ -152,7 +165,7 @@ const std::vector<AdvancedOp>& advancedOps() {
       {"-swap",
        "Swap Channels",
        1,
-       {{"Mode", 0, 4, 1, true}},
+       {{"Mode", 0, 4, 1, true, ParamKind::kChoice, "rbg|bgr|brg|grb|gbr"}},
        [](ImageRecord* p, const double* v) { return swapChannels(p, nullptr, i(v, 0)); }},
       {"-edetail",
        "Enhance Detail",
@@ -281,7 +294,9 @@ const std::vector<AdvancedOp>& advancedOps() {
       {"-slice",
        "Slice",
        3,
-       {{"Size", 1, 1024, 16, true}, {"Offset", -1024, 1024, 8, true}, {"Vertical", 0, 1, 0, true}},
+       {{"Size", 1, 1024, 16, true},
+        {"Offset", -1024, 1024, 8, true},
+        {"Direction", 0, 1, 0, true, ParamKind::kChoice, "horizontal|vertical"}},
        [](ImageRecord* p, const double* v) {
          return sliceEffect(p, nullptr, i(v, 0), i(v, 1), i(v, 2) != 0);
        }},
@@ -340,30 +355,125 @@ int runAdvancedOp(const AdvancedOp& op, ImageRecord* picture, const double* valu
   return op.run(picture, clamped);
 }
 
-static std::string number(double v, bool integer) {
+int runAdvancedStep(const AdvancedStep& step, ImageRecord* picture) {
+  double values[kMaxAdvancedParams] = {};
+  for (int k = 0; k < step.op->paramCount; ++k) {
+    values[k] = step.values[k];
+    if (!step.percent[k]) continue;
+    const int side = step.op->params[k].axis == 'y' ? picture->height : picture->width;
+    // A percentage never rounds a side away: 1% of a small picture is 1 pixel.
+    values[k] = std::max(1.0, std::round(side * step.values[k] / 100.0));
+  }
+  return runAdvancedOp(*step.op, picture, values);
+}
+
+namespace {
+
+std::string number(double v, bool integer) {
   char buf[32];
   if (integer)
     std::snprintf(buf, sizeof buf, "%ld", std::lround(v));
   else
-    std::snprintf(buf, sizeof buf, "%g", v);
+    std::snprintf(buf, sizeof buf, "%.10g", v);
   return buf;
 }
+
+std::vector<std::string> choiceNames(const char* choices) {
+  std::vector<std::string> names;
+  std::string name;
+  for (const char* c = choices; c && *c; ++c) {
+    if (*c == '|') {
+      names.push_back(name);
+      name.clear();
+    } else {
+      name += *c;
+    }
+  }
+  if (choices && *choices) names.push_back(name);
+  return names;
+}
+
+int choiceIndex(const AdvancedParam& p, const std::string& word) {
+  const std::vector<std::string> names = choiceNames(p.choices);
+  for (size_t k = 0; k < names.size(); ++k)
+    if (names[k] == word) return static_cast<int>(k);
+  return -1;
+}
+
+bool trailing(const AdvancedParam& p) {
+  return p.kind == ParamKind::kFlag || p.kind == ParamKind::kKeyed;
+}
+
+// What a well-formed value of `p` looks like, for error messages and help.
+std::string expected(const AdvancedParam& p) {
+  switch (p.kind) {
+    case ParamKind::kChoice:
+    case ParamKind::kKeyed:
+      return std::string("one of ") + p.choices;
+    case ParamKind::kFlag:
+      return "no value";
+    case ParamKind::kLength:
+      return number(p.min, true) + ".." + number(p.max, true) + " pixels or a percentage up to " +
+             number(kMaxPercent, true) + "%";
+    case ParamKind::kNumber:
+      break;
+  }
+  return std::string(p.integer ? "an integer " : "a number ") + number(p.min, p.integer) + ".." +
+         number(p.max, p.integer);
+}
+
+// Reads one number (with `percent` allowed, a trailing '%'); false when the
+// word is not a number in range.
+bool readNumber(const AdvancedParam& p, const std::string& word, double* value, bool* percent) {
+  std::string text = word;
+  *percent = p.kind == ParamKind::kLength && !text.empty() && text.back() == '%';
+  if (*percent) text.pop_back();
+  if (text.empty()) return false;
+  char* end = nullptr;
+  const double v = std::strtod(text.c_str(), &end);
+  if (end == text.c_str() || *end) return false;
+  if (*percent) {
+    if (!(v > 0 && v <= kMaxPercent)) return false;
+  } else {
+    if (!(v >= p.min && v <= p.max)) return false;
+    if (p.integer && v != std::floor(v)) return false;
+  }
+  *value = v;
+  return true;
+}
+
+}  // namespace
 
 std::string advancedOpWords(const AdvancedStep& step) {
   const AdvancedOp& op = *step.op;
   std::string out = op.word;
-  const bool resize = std::string(op.word) == "-resize";
-  // A resize writes width and height, then its two settings as words.
-  const int shown = resize ? 2 : op.paramCount;
-  for (int k = 0; k < shown; ++k) out += " " + number(step.values[k], op.params[k].integer);
-  if (resize) {
-    if (std::lround(step.values[2])) out += " -ratio";
-    out += std::lround(step.values[3]) ? " -rtype linear" : " -rtype quick";
+  for (int k = 0; k < op.paramCount; ++k) {
+    const AdvancedParam& p = op.params[k];
+    const double v = step.values[k];
+    switch (p.kind) {
+      case ParamKind::kNumber:
+        out += " " + number(v, p.integer);
+        break;
+      case ParamKind::kLength:
+        out += " " + (step.percent[k] ? number(v, false) + "%" : number(v, true));
+        break;
+      case ParamKind::kChoice:
+        out += " " + choiceNames(p.choices).at(std::lround(std::clamp(v, p.min, p.max)));
+        break;
+      case ParamKind::kFlag:
+        if (std::lround(v)) out += std::string(" ") + p.key;
+        break;
+      case ParamKind::kKeyed:
+        out += std::string(" ") + p.key + " " +
+               choiceNames(p.choices).at(std::lround(std::clamp(v, p.min, p.max)));
+        break;
+    }
   }
   return out;
 }
 
-bool parseAdvancedStep(const std::vector<std::string>& words, size_t* pos, AdvancedStep* step) {
+bool parseAdvancedStep(const std::vector<std::string>& words, size_t* pos, AdvancedStep* step,
+                       std::string* error) {
   size_t at = *pos;
   if (at >= words.size()) return false;
   // Two-word operations ("-noise gaussian", "-edgedetect light") first.
@@ -375,35 +485,90 @@ bool parseAdvancedStep(const std::vector<std::string>& words, size_t* pos, Advan
     at += 1;
   else
     return false;
-  const bool resize = std::string(op->word) == "-resize";
-  const int given = resize ? 2 : op->paramCount;
+  auto fail = [&](const AdvancedParam& p, const std::string& got) {
+    if (error)
+      *error = std::string(op->word) + ": " + p.name + " must be " + expected(p) +
+               (got.empty() ? " (missing)" : ", not \"" + got + "\"");
+    return false;
+  };
   AdvancedStep s{op, {}};
   for (int k = 0; k < op->paramCount; ++k) s.values[k] = op->params[k].start;
-  for (int k = 0; k < given; ++k) {
-    if (at >= words.size()) return false;
-    char* end = nullptr;
-    s.values[k] = std::strtod(words[at].c_str(), &end);
-    if (end == words[at].c_str() || *end) return false;
+  // Positional parameters first, in order.
+  for (int k = 0; k < op->paramCount; ++k) {
+    const AdvancedParam& p = op->params[k];
+    if (trailing(p)) continue;
+    if (at >= words.size()) return fail(p, "");
+    const std::string& w = words[at];
+    if (p.kind == ParamKind::kChoice) {
+      const int c = choiceIndex(p, w);
+      if (c < 0) return fail(p, w);
+      s.values[k] = c;
+    } else if (!readNumber(p, w, &s.values[k], &s.percent[k])) {
+      return fail(p, w);
+    }
     ++at;
   }
-  if (resize) {
-    s.values[2] = 0;
-    for (;;) {
-      if (at < words.size() && words[at] == "-ratio") {
-        s.values[2] = 1;
-        ++at;
-      } else if (at + 1 < words.size() && words[at] == "-rtype" &&
-                 (words[at + 1] == "linear" || words[at + 1] == "quick")) {
-        s.values[3] = words[at + 1] == "linear";
-        at += 2;
+  // Then the optional trailing words, in any order, each at most once. A flag
+  // left out is off; a keyed choice left out keeps its default.
+  bool seen[kMaxAdvancedParams] = {};
+  for (int k = 0; k < op->paramCount; ++k)
+    if (op->params[k].kind == ParamKind::kFlag) s.values[k] = 0;
+  for (bool more = true; more && at < words.size();) {
+    more = false;
+    for (int k = 0; k < op->paramCount; ++k) {
+      const AdvancedParam& p = op->params[k];
+      if (!trailing(p) || seen[k] || words[at] != p.key) continue;
+      if (p.kind == ParamKind::kFlag) {
+        s.values[k] = 1;
+        at += 1;
       } else {
-        break;
+        const std::string next = at + 1 < words.size() ? words[at + 1] : "";
+        const int c = choiceIndex(p, next);
+        if (c < 0) return fail(p, next);
+        s.values[k] = c;
+        at += 2;
       }
+      seen[k] = more = true;
+      break;
     }
   }
   *step = s;
   *pos = at;
   return true;
+}
+
+std::string advancedOpSyntax(const AdvancedOp& op) {
+  std::string out = op.word;
+  for (int k = 0; k < op.paramCount; ++k) {
+    const AdvancedParam& p = op.params[k];
+    switch (p.kind) {
+      case ParamKind::kNumber:
+      case ParamKind::kLength:
+        out += std::string(" <") + p.name + ">";
+        break;
+      case ParamKind::kChoice:
+        out += std::string(" ") + p.choices;
+        break;
+      case ParamKind::kFlag:
+        out += std::string(" [") + p.key + "]";
+        break;
+      case ParamKind::kKeyed:
+        out += std::string(" [") + p.key + " " + p.choices + "]";
+        break;
+    }
+  }
+  return out;
+}
+
+std::string advancedOpRanges(const AdvancedOp& op) {
+  std::string out;
+  for (int k = 0; k < op.paramCount; ++k) {
+    const AdvancedParam& p = op.params[k];
+    if (p.kind != ParamKind::kNumber && p.kind != ParamKind::kLength) continue;
+    if (!out.empty()) out += "; ";
+    out += std::string("<") + p.name + ">: " + expected(p);
+  }
+  return out;
 }
 
 }  // namespace process

@@ -8,7 +8,7 @@ set -euo pipefail
 build_packages=(
   g++ cmake ninja-build pkg-config
   libjpeg62-turbo-dev libpng-dev libtiff-dev libgif-dev zlib1g-dev
-  libwebp-dev libopenjp2-7-dev libheif-dev
+  libwebp-dev libopenjp2-7-dev libheif-dev libdeflate-dev
   libmotif-dev libxt-dev libx11-dev libxext-dev libxpm-dev
 )
 test_packages=(

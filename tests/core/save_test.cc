@@ -17,6 +17,7 @@
 namespace {
 
 using test::OwnedPicture;
+using test::formatWith;
 
 // Counts the questions and answers with a fixed conversion item.
 struct Answers {
@@ -40,14 +41,6 @@ SaveHooks hooksFor(Answers& a) {
     static_cast<Answers*>(d)->statuses.push_back(text);
   };
   return h;
-}
-
-FormatInfo formatWith(std::initializer_list<ImkKind> kinds) {
-  FormatInfo info{};
-  int i = 0;
-  for (const ImkKind& k : kinds) info.kinds[i++] = k;
-  info.kinds[i].kind = 0xFFFFFFFFu;
-  return info;
 }
 
 constexpr uint32_t kAny = 0xFFFFFFFFu;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "imgkit/internal.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -239,6 +240,28 @@ TEST(PngWrite, CompressionLevelShrinksTheFileAndClampsAtNine) {
   ASSERT_EQ(test::load(dir.file("0.png"), a), 0);
   ASSERT_EQ(test::load(dir.file("9.png"), b), 0);
   EXPECT_EQ(test::toRgb(a.rec), test::toRgb(b.rec));
+}
+
+TEST(PngWrite, StreamedAndOneShotCompressionStoreTheSamePictures) {
+  test::TempDir dir;
+  const size_t limit = imk::pngOneShotLimit();
+  const std::pair<uint16_t, int> kinds[] = {{IMK_BINARY, 2}, {IMK_GREY, 4},   {IMK_GREY, 16},
+                                            {IMK_GREY, 256}, {IMK_MAPPED, 100}, {IMK_RGB, 0},
+                                            {IMK_RGBX, 0}};
+  for (const auto& [type, levels] : kinds) {
+    OwnedPicture pic, oneShot, streamed;
+    test::makePattern(pic, type, 301, 77, levels ? levels : 256);
+    ASSERT_EQ(test::save(dir.file("a.png"), pic.rec, "png", 6), 0);
+    imk::setPngOneShotLimit(0);
+    const int rc = test::save(dir.file("b.png"), pic.rec, "png", 6);
+    imk::setPngOneShotLimit(limit);
+    ASSERT_EQ(rc, 0);
+    ASSERT_EQ(test::load(dir.file("a.png"), oneShot), 0);
+    ASSERT_EQ(test::load(dir.file("b.png"), streamed), 0);
+    EXPECT_EQ(test::pixelsOf(oneShot.rec), test::pixelsOf(pic.rec)) << type << " " << levels;
+    EXPECT_EQ(test::pixelsOf(streamed.rec), test::pixelsOf(pic.rec)) << type << " " << levels;
+    EXPECT_EQ(streamed->type, pic->type);
+  }
 }
 
 // --- independent tools ---------------------------------------------------------

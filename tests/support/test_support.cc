@@ -267,4 +267,12 @@ void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
 std::string corpusDir() { return VIMORA_CORPUS_DIR; }
 std::string sourceDir() { return VIMORA_SOURCE_DIR; }
 
+FormatInfo formatWith(std::initializer_list<ImkKind> kinds) {
+  FormatInfo info{};
+  int i = 0;
+  for (const ImkKind& k : kinds) info.kinds[i++] = k;
+  info.kinds[i].kind = 0xFFFFFFFFu;
+  return info;
+}
+
 }  // namespace test

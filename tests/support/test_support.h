@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -76,6 +77,9 @@ std::string quote(const std::string& s);
 
 bool fileExists(const std::string& path);
 std::vector<uint8_t> readFile(const std::string& path);
+
+// A format description holding only these kinds (the list's end is added).
+FormatInfo formatWith(std::initializer_list<ImkKind> kinds);
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes);
 
 // The corpus of third-party test files and the repository.
