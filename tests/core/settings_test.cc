@@ -83,7 +83,7 @@ TEST(SettingsRead, MissingFileKeepsEverySetting) {
   EXPECT_EQ(s.startWidth, 1234);
 }
 
-TEST(SettingsWrite, EveryKeyInOrderInTheDesignedForm) {
+TEST(SettingsWrite, EveryKeyInOrderAsKeyEqualsValueLines) {
   test::TempDir dir;
   Settings s;
   std::strcpy(s.pathLoad, "/home/user/pictures");
