@@ -20,13 +20,13 @@ void writeText(const std::string& path, const std::string& text) {
 }
 
 // An XPM3 file of one row, one pixel per colour entry (codes of two chars).
-std::string oneRowXpm(const std::vector<std::string>& colourSpecs) {
-  std::string text = "/* XPM */\nstatic char *t[] = {\n\"" + std::to_string(colourSpecs.size()) +
-                     " 1 " + std::to_string(colourSpecs.size()) + " 2\",\n";
+std::string oneRowXpm(const std::vector<std::string>& colours) {
+  std::string text = "/* XPM */\nstatic char *t[] = {\n\"" + std::to_string(colours.size()) +
+                     " 1 " + std::to_string(colours.size()) + " 2\",\n";
   std::string row;
-  for (size_t i = 0; i < colourSpecs.size(); ++i) {
+  for (size_t i = 0; i < colours.size(); ++i) {
     const char code[3] = {static_cast<char>('A' + i / 26), static_cast<char>('a' + i % 26), 0};
-    text += std::string("\"") + code + " " + colourSpecs[i] + "\",\n";
+    text += std::string("\"") + code + " " + colours[i] + "\",\n";
     row += code;
   }
   return text + "\"" + row + "\"};\n";
@@ -71,9 +71,9 @@ TEST(XpmColours, ValuesNamesKeysAndNone) {
       {"c None", {255, 255, 255, 0}},
       {"c none", {255, 255, 255, 0}},
   };
-  std::vector<std::string> specs;
-  for (const auto& c : cases) specs.push_back(c.first);
-  writeText(dir.file("c.xpm"), oneRowXpm(specs));
+  std::vector<std::string> colours;
+  for (const auto& c : cases) colours.push_back(c.first);
+  writeText(dir.file("c.xpm"), oneRowXpm(colours));
   OwnedPicture pic;
   FileInfo info;
   ASSERT_EQ(test::load(dir.file("c.xpm"), pic, 0, 0, &info), 0) << info.errorText;
@@ -103,9 +103,9 @@ TEST(XpmColours, EveryNameOfTheX11DatabaseResolves) {
   test::TempDir dir;
   for (size_t start = 0; start < all.size(); start += 200) {
     const size_t n = std::min<size_t>(200, all.size() - start);
-    std::vector<std::string> specs;
-    for (size_t i = 0; i < n; ++i) specs.push_back("c " + all[start + i].first);
-    writeText(dir.file("n.xpm"), oneRowXpm(specs));
+    std::vector<std::string> colours;
+    for (size_t i = 0; i < n; ++i) colours.push_back("c " + all[start + i].first);
+    writeText(dir.file("n.xpm"), oneRowXpm(colours));
     OwnedPicture pic;
     ASSERT_EQ(test::load(dir.file("n.xpm"), pic), 0);
     for (size_t i = 0; i < n; ++i)
@@ -129,9 +129,9 @@ TEST(XpmRead, SmallTablesAreMappedLargeOnesTrueColourAndXpm2IsRead) {
 
   std::vector<std::string> many;
   for (int i = 0; i < 300; ++i) {
-    char spec[16];
-    std::snprintf(spec, sizeof spec, "c #%02X00%02X", i / 256, i % 256);
-    many.push_back(spec);
+    char colour[16];
+    std::snprintf(colour, sizeof colour, "c #%02X00%02X", i / 256, i % 256);
+    many.push_back(colour);
   }
   writeText(dir.file("many.xpm"), oneRowXpm(many));
   ASSERT_EQ(test::load(dir.file("many.xpm"), pic), 0);
