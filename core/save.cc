@@ -132,11 +132,18 @@ void SaveOptionsFor(int16_t formatIndex, int extraFlags, LoadOptions* o) {
 int SavePicture(const SaveHooks& hooks, const char* path, int16_t formatIndex,
                 const ImageRecord* picture, int extraFlags, int batchContinuation,
                 bool showProgress) {
+  FormatInfo info{};
+  imkGetInfo(formatIndex, &info);
+  return SavePictureFitting(hooks, path, formatIndex, info, picture, extraFlags, batchContinuation,
+                            showProgress);
+}
+
+int SavePictureFitting(const SaveHooks& hooks, const char* path, int16_t formatIndex,
+                       const FormatInfo& info, const ImageRecord* picture, int extraFlags,
+                       int batchContinuation, bool showProgress) {
   std::atomic<int>& remembered =
       hooks.rememberedChoice ? *hooks.rememberedChoice : gRememberedChoice;
   if (!batchContinuation) remembered = kNoConversion;
-  FormatInfo info{};
-  imkGetInfo(formatIndex, &info);
 
   bool anyKind = false;
   const ImkKind* accepted = acceptingKind(info, *picture, &anyKind);

@@ -45,6 +45,13 @@ int SavePicture(const SaveHooks& hooks, const char* path, int16_t formatIndex,
                 const ImageRecord* picture, int extraFlags, int batchContinuation,
                 bool showProgress);
 
+// SavePicture with the kinds the output can hold given by the caller instead
+// of taken from the format's FormatInfo; the file is still written by the
+// writer of `formatIndex`. SavePicture is this with the format's own list.
+int SavePictureFitting(const SaveHooks& hooks, const char* path, int16_t formatIndex,
+                       const FormatInfo& holds, const ImageRecord* picture, int extraFlags,
+                       int batchContinuation, bool showProgress);
+
 // The conversion choice remembered for the rest of a batch (kNoConversion
 // when none).
 int RememberedConversion();

@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -125,6 +126,65 @@ TEST(SavePicture, GreyIntoAGreyFormatNeedsNoQuestion) {
   ASSERT_EQ(SavePicture(hooksFor(a), dir.file("g.pgm").c_str(), imkGetIndex("pgm"), &grey.rec, 0, 0,
                         false),
             0);
+  EXPECT_EQ(a.asked, 0);
+}
+
+TEST(SavePicture, TooManyGreyLevelsAreConvertedFirst) {
+  test::TempDir dir;
+  OwnedPicture grey256, grey16;
+  test::makePattern(grey256, IMK_GREY, 33, 9, 256);
+  test::makePattern(grey16, IMK_GREY, 33, 9, 16);
+  // Written by the PGM writer, but holding grey of at most 16 levels.
+  const FormatInfo sixteenGreys = formatWith({{IMK_GREY, 16, kAny, kAny}});
+  const int16_t pgm = imkGetIndex("pgm");
+  Answers a;
+  a.answer = 7;  // "16 Grey scale"
+  const std::string path = dir.file("g.pgm");
+  ASSERT_EQ(SavePictureFitting(hooksFor(a), path.c_str(), pgm, sixteenGreys, &grey256.rec, 0, 0,
+                               false),
+            0);
+  EXPECT_EQ(a.asked, 1);
+  OwnedPicture back;
+  ASSERT_EQ(test::load(path, back), 0);
+  // At most 16 levels, each one of the ramp 0, 17, ..., 255.
+  const std::vector<uint8_t> before = test::toRgb(grey256.rec), after = test::toRgb(back.rec);
+  EXPECT_GT(std::set<uint8_t>(before.begin(), before.end()).size(), 16u);
+  const std::set<uint8_t> levels(after.begin(), after.end());
+  EXPECT_LE(levels.size(), 16u);
+  EXPECT_GT(levels.size(), 8u);
+  for (uint8_t v : levels) EXPECT_EQ(v % 17, 0) << int{v};
+  // A picture of 16 levels fits as it is: no question, the same pixels.
+  ASSERT_EQ(SavePictureFitting(hooksFor(a), path.c_str(), pgm, sixteenGreys, &grey16.rec, 0, 0,
+                               false),
+            0);
+  EXPECT_EQ(a.asked, 1);
+  ASSERT_EQ(test::load(path, back), 0);
+  EXPECT_EQ(test::toRgb(back.rec), test::toRgb(grey16.rec));
+}
+
+TEST(SavePicture, AFixedSizeFormatResizesOnlyPicturesOfAnotherSize) {
+  test::TempDir dir;
+  const int16_t cur = imkGetIndex("cur");
+  OwnedPicture exact, other;
+  test::makePattern(exact, IMK_RGB, 32, 32);
+  test::makePattern(other, IMK_RGB, 48, 20);
+  Answers a;
+  const std::string path = dir.file("c.cur");
+  // Already 32x32: written untouched, and no resize is announced.
+  ASSERT_EQ(SavePicture(hooksFor(a), path.c_str(), cur, &exact.rec, 0, 1, false), 0);
+  EXPECT_TRUE(a.statuses.empty());
+  OwnedPicture back;
+  ASSERT_EQ(test::load(path, back), 0);
+  EXPECT_EQ(test::toRgb(back.rec), test::toRgb(exact.rec));
+  // Another size is resized to 32x32, announced in a batch; the caller's
+  // picture keeps its size.
+  ASSERT_EQ(SavePicture(hooksFor(a), path.c_str(), cur, &other.rec, 0, 1, false), 0);
+  ASSERT_EQ(a.statuses.size(), 1u);
+  EXPECT_EQ(a.statuses[0], "Resizing in 32x32");
+  ASSERT_EQ(test::load(path, back), 0);
+  EXPECT_EQ(back->width, 32);
+  EXPECT_EQ(back->height, 32);
+  EXPECT_EQ(other->width, 48);
   EXPECT_EQ(a.asked, 0);
 }
 
