@@ -17,11 +17,13 @@ work=${FUZZ_WORK:-/tmp/vimora-fuzz}
 corpus=$top/../shared/corpus
 
 "$top/scripts/setup.sh" test
+mkdir -p "$work"
+build() { "$@" >"$work/build.log" 2>&1 || { tail -30 "$work/build.log"; exit 1; }; }
 CC=clang CXX=clang++ cmake -S "$top" -B "$top/build/fuzz" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVIMORA_FUZZ=ON -DVIMORA_TESTS=OFF >/dev/null
-cmake --build "$top/build/fuzz" -j 2 >/dev/null
-cmake -S "$top" -B "$top/build/release" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVIMORA_TESTS=OFF >/dev/null
-cmake --build "$top/build/release" --target pixbatch -j 2 >/dev/null
+build cmake --build "$top/build/fuzz" -j 2
+build cmake -S "$top" -B "$top/build/release" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVIMORA_TESTS=OFF
+build cmake --build "$top/build/release" --target pixbatch -j 2
 pixbatch=$top/build/release/pixbatch/pixbatch
 
 readers=("$@")
@@ -32,12 +34,15 @@ fi
 declare -A suite=([bmp]=bmp [pbm]=pnm [pgm]=pnm [ppm]=pnm [pam]=pnm [pcx]=pcx [tga]=tga
   [sgi]=sgi [iff]=iff [soft]=pic [sun]=ras [xbm]=xbm [xpm]=xpm [ico]=ico [cur]=ico [psd]=psd)
 
+declare -A magick=([bmp]=bmp [pbm]=pbm [pgm]=pgm [ppm]=ppm [pam]=pam [pcx]=pcx [tga]=tga
+  [sgi]=sgi [sun]=sun [xbm]=xbm [xpm]=xpm [ico]=ico [cur]=ico [psd]=psd)
+
 seeds() {  # seeds READER DIR
   local reader=$1 dir=$2 kind
   mkdir -p "$dir"
   if [ -n "${suite[$reader]:-}" ] && [ -d "$corpus/${suite[$reader]}" ]; then
     # Small files only: libFuzzer mutates within -max_len.
-    find "$corpus/${suite[$reader]}" -type f -size -64k -print0 |
+    find "$corpus/${suite[$reader]}" -type f -size -16k -print0 |
       while IFS= read -r -d '' f; do cp "$f" "$dir/suite-$(basename "$(dirname "$f")")-$(basename "$f")"; done
   fi
   # Round-trip outputs: the samples reduced to small pictures of each kind.
@@ -52,6 +57,15 @@ seeds() {  # seeds READER DIR
     done
     rm -rf "$out"
   done
+  # Pictures an independent writer makes, for the formats ImageMagick writes
+  # (the only seeds of the read-only Photoshop reader).
+  if [ -n "${magick[$reader]:-}" ]; then
+    local type
+    for type in Bilevel Grayscale Palette TrueColor TrueColorAlpha; do
+      convert "$top/samples/wheel.png" -resize 24x18 -type "$type" \
+        "${magick[$reader]}:$dir/magick-$type.$reader" 2>/dev/null || true
+    done
+  fi
 }
 
 run_one() {  # run_one READER
@@ -62,7 +76,7 @@ run_one() {  # run_one READER
   local nseeds
   nseeds=$(find "$dir/seeds" -type f | wc -l)
   (cd "$dir" && /usr/bin/time -f '%U %S' -o "$dir/cpu" "$top/build/fuzz/fuzz/fuzz_$reader" \
-    -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=2048 -timeout=20 \
+    -max_total_time="$seconds" -max_len=16384 -rss_limit_mb=2048 -timeout=20 \
     -print_final_stats=1 -artifact_prefix="$dir/artifacts/" "$dir/corpus" "$dir/seeds" \
     >"$dir/log" 2>&1) || true
   local execs units crashes cpu
@@ -74,11 +88,10 @@ run_one() {  # run_one READER
     "$reader" "${execs:-?}" "$cpu" "$nseeds" "$units" "$crashes" | tee "$dir/summary"
 }
 
-mkdir -p "$work"
 : >"$work/empty.rc"  # built-in save settings for pixbatch
 export -f seeds run_one
 export top seconds work corpus pixbatch
-SUITE_DECL=$(declare -p suite)
+SUITE_DECL="$(declare -p suite); $(declare -p magick)"
 export SUITE_DECL
 printf '%s\n' "${readers[@]}" |
   xargs -P "$parallel" -I{} bash -c 'eval "$SUITE_DECL"; run_one "$1"' _ {}

@@ -13,8 +13,9 @@
 
 // Hot pixel loops are compiled once per instruction-set level and the best
 // one the processor supports is picked when the library loads; the loops
-// themselves stay plain C++ that the compiler vectorizes.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(VIMORA_FUZZ_BUILD)
+// themselves stay plain C++ that the compiler vectorizes. (GCC only: clang
+// cannot clone function templates.)
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define VIMORA_VECTOR_CLONES \
   __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 #else
