@@ -159,6 +159,24 @@ inline void expectProgressClimbsAndStops(const std::string& path, int index = 0)
   }
 }
 
+// Loading reports every step from 0 to `steps` one by one; asking to stop at
+// `stopAt` gives IMK_ERR_STOPPED, no pixels and no palette, with `stopAt` the
+// last step reported.
+inline void expectEveryStepAndStopAt(const std::string& path, int stopAt, int index = 0,
+                                     int steps = imk::ProgressMeter::kSteps) {
+  test::OwnedPicture pic;
+  ASSERT_EQ(loadWithProgress(path, pic, -1, index), 0) << path;
+  const auto& calls = progressLog().calls;
+  ASSERT_GE(calls.size(), 2u) << path;
+  EXPECT_EQ(calls.front().first, 0) << path;
+  EXPECT_EQ(calls.back().first, steps) << path;
+  for (size_t i = 1; i < calls.size(); ++i) EXPECT_EQ(calls[i].first, calls[i - 1].first + 1);
+  EXPECT_EQ(loadWithProgress(path, pic, stopAt, index), IMK_ERR_STOPPED) << path;
+  EXPECT_EQ(pic->pixels, nullptr);
+  EXPECT_EQ(pic->palette, nullptr);
+  EXPECT_EQ(progressLog().calls.back().first, stopAt) << path;
+}
+
 // --- saving ---------------------------------------------------------------------
 
 inline int stopAtFirstStep(int step, int) { return step >= 1; }
