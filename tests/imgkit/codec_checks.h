@@ -32,8 +32,10 @@ struct RoundTripCase {
   bool sameNumbers = false;  // the pixel bytes (levels, indices) survive unchanged
   int tolerance = 0;         // largest channel difference allowed (lossy formats)
   bool magickReads = true;   // ImageMagick decodes our file to the same RGBA
-  // Commands turning {file} into PNM on stdout; their RGB is compared.
+  // Commands turning {file} into PNM on stdout; their RGB is compared with
+  // the source, or with our own decoding when `toolsMatchOurs`.
   std::vector<const char*> toolReads = {};
+  bool toolsMatchOurs = false;
   int width = 37, height = 23;
   int quality = 0;
   // Format-specific header checks; `file` is the whole written file.
