@@ -368,89 +368,9 @@ TEST(PcxInfo, HeadersGivePlanesAndBits) {
 }
 
 // ---------------------------------------------------------------------------
-// What the four hand-written raster readers share: progress that starts at
-// step 0 and can stop the load (or the save, leaving no file), the same
-// picture through a reduced load as through a full one reduced afterwards,
-// and no allocation beyond the pixel limit even when errors are ignored.
-
-struct RasterCase {
-  const char* format;
-  uint16_t kind;
-  int option;  // run-length coding on or off
-};
-
-class RasterFormats : public testing::TestWithParam<RasterCase> {
- protected:
-  void SetUp() override {
-    const RasterCase& c = GetParam();
-    test::makePattern(src_, c.kind, 120, 90, 200);
-    path_ = dir_.file(std::string("p.") + c.format);
-    ASSERT_EQ(test::save(path_, src_.rec, c.format, 0, c.option), 0);
-  }
-  test::TempDir dir_;
-  OwnedPicture src_;
-  std::string path_;
-};
-
-std::vector<std::pair<int, int>> gSteps;
-int gStopAt = -1;
-int recordStep(int step, int count) {
-  gSteps.emplace_back(step, count);
-  return step == gStopAt;
-}
-
-TEST_P(RasterFormats, ProgressClimbsFromZeroAndStoppingGives15) {
-  OwnedPicture pic;
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.flags |= IMK_FLAG_PROGRESS;
-  o.progress = recordStep;
-  gSteps.clear();
-  gStopAt = -1;
-  ASSERT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), 0);
-  ASSERT_GE(gSteps.size(), 2u);
-  EXPECT_EQ(gSteps.front().first, 0);
-  EXPECT_EQ(gSteps.back().first, gSteps.back().second);
-  for (size_t i = 1; i < gSteps.size(); ++i) EXPECT_EQ(gSteps[i].first, gSteps[i - 1].first + 1);
-  pic.reset();
-  gStopAt = 2;
-  EXPECT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), IMK_ERR_STOPPED);
-  EXPECT_EQ(pic->pixels, nullptr);
-  // Saving stops the same way and leaves no file.
-  o.formatIndex = imkGetIndex(GetParam().format);
-  o.saveOption = static_cast<uint16_t>(GetParam().option);
-  EXPECT_EQ(imkSave(dir_.file("stopped").c_str(), &src_.rec, &o), IMK_ERR_STOPPED);
-  EXPECT_FALSE(test::fileExists(dir_.file("stopped")));
-}
-
-TEST_P(RasterFormats, ReducedLoadEqualsTheFullPictureReduced) {
-  OwnedPicture small, whole;
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.flags |= IMK_FLAG_REDUCE;
-  o.fitWidth = 40;
-  o.fitHeight = 40;
-  ASSERT_EQ(imkLoad(path_.c_str(), &small.rec, &o, nullptr), 0);
-  EXPECT_EQ(small->width, 40);
-  EXPECT_EQ(small->height, 30);
-  ASSERT_EQ(test::load(path_, whole), 0);
-  imk::Picture full;  // takes the buffers over
-  full.rec() = whole.rec;
-  std::memset(&whole.rec, 0, sizeof whole.rec);
-  ASSERT_TRUE(imk::reducePicture(full, 40, 40));
-  EXPECT_EQ(test::toRgb(full.rec()), test::toRgb(small.rec));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    HandWritten, RasterFormats,
-    testing::Values(RasterCase{"pcx", IMK_MAPPED, 1}, RasterCase{"pcx", IMK_RGB, 0},
-                    RasterCase{"tga", IMK_RGB, 1}, RasterCase{"tga", IMK_GREY, 0},
-                    RasterCase{"sgi", IMK_RGB, 1}, RasterCase{"sgi", IMK_RGBX, 0},
-                    RasterCase{"sun", IMK_MAPPED, 1}, RasterCase{"sun", IMK_RGB, 0}),
-    [](const testing::TestParamInfo<RasterCase>& info) {
-      return std::string(info.param.format) + "_" + std::to_string(info.param.kind) +
-             (info.param.option ? "_rle" : "_plain");
-    });
+// What the four hand-written raster readers share beyond the other readers
+// (see readers_test.cc): no allocation beyond the pixel limit even when
+// errors are ignored.
 
 // Headers of pictures of 12 to 17 GB followed by a few bytes. Without
 // IMK_FLAG_IGNORE_ERRORS they fail as truncated (or with truncated tables)

@@ -256,25 +256,15 @@ TEST(PamRead, TupleTypesGiveTheirKinds) {
 
 TEST(PnmRead, BadHeadersAreRejected) {
   std::vector<test::Refusal> files;
-  for (const char* h : {
-           "P6\n-1 2\n255\n",
-           "P6\n0 2\n255\n",
-           "P6\n2 0\n255\n",
-           "P6\n2 2\n0\n",
-           "P6\n2 2\n65536\n",
-           "P6\n99999999999999999999 2\n255\n",
-           "P6\n2000000 2\n255\n",
-           "P6\n2 2\n",
-           "P5 2 2 255",
-           "P6\n2 2\n255#\n",
-           "P5\n2 x\n255\n",
-           "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 0\nMAXVAL 255\nENDHDR\n",
-           "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 3\nMAXVAL 255\nTUPLTYPE RGB\n",
-           "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nTUPLTYPE RGB\nENDHDR\n",
-           "P7\nWIDTH 2\nBOGUS 1\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
-           "P7\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
-           "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 70000\nENDHDR\n",
-       }) {
+  for (const char* h :
+       {"P6\n-1 2\n255\n", "P6\n0 2\n255\n", "P6\n2 0\n255\n", "P6\n2 2\n0\n", "P6\n2 2\n65536\n",
+        "P6\n99999999999999999999 2\n255\n", "P6\n2000000 2\n255\n", "P6\n2 2\n", "P5 2 2 255",
+        "P6\n2 2\n255#\n", "P5\n2 x\n255\n", "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 0\nMAXVAL 255\nENDHDR\n",
+        "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 3\nMAXVAL 255\nTUPLTYPE RGB\n",
+        "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nTUPLTYPE RGB\nENDHDR\n",
+        "P7\nWIDTH 2\nBOGUS 1\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+        "P7\nHEIGHT 2\nDEPTH 1\nMAXVAL 255\nENDHDR\n",
+        "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 1\nMAXVAL 70000\nENDHDR\n"}) {
     const std::string text = std::string(h) + std::string(64, 'x');
     files.push_back({h, std::vector<uint8_t>(text.begin(), text.end())});
   }
@@ -435,8 +425,7 @@ TEST(PnmRead, PlainAndRawFilesOfTheSamePictureAgree) {
       {"generated/np_plain.pbm", "generated/np_raw.pbm"},
       {"pillow/hopper_8bit_plain.pgm", "pillow/hopper_8bit.pgm"},
       {"pillow/hopper_16bit_plain.pgm", "pillow/hopper_16bit.pgm"},
-      {"pillow/hopper_1bit_plain.pbm", "pillow/hopper_1bit.pbm"},
-  };
+      {"pillow/hopper_1bit_plain.pbm", "pillow/hopper_1bit.pbm"}};
   for (const auto& [plain, raw] : pairs) {
     SCOPED_TRACE(plain);
     OwnedPicture a, b;
@@ -461,38 +450,36 @@ TEST(PnmCorpus, GoodFilesHaveTheirSizeAndMatchImageMagick) {
   struct Case {
     const char* file;
     int width, height;
-  } cases[] = {
-      {"generated/np_blackandwhite.pam", 227, 149},
-      {"generated/np_gray_alpha.pam", 32, 32},
-      {"generated/np_maxval1023.pgm", 227, 149},
-      {"generated/np_maxval15.ppm", 227, 149},
-      {"generated/np_maxval65535.ppm", 64, 42},
-      {"generated/np_plain.pbm", 227, 149},
-      {"generated/np_plain.pgm", 227, 149},
-      {"generated/np_plain.ppm", 64, 42},
-      {"generated/np_raw.pbm", 227, 149},
-      {"generated/np_raw.pgm", 227, 149},
-      {"generated/np_rgb.pam", 64, 42},
-      {"generated/np_rgb_alpha.pam", 32, 32},
-      {"image-rs/issue-794.pbm", 10, 10},
-      {"image-rs/narrow.pbm", 1, 9},
-      {"libjpeg-turbo/testorig.ppm", 227, 149},
-      {"libtiff-test/minisblack-1c-8b.pgm", 157, 151},
-      {"libtiff-test/miniswhite-1c-1b.pbm", 157, 151},
-      {"libtiff-test/rgb-3c-16b.ppm", 157, 151},
-      {"libtiff-test/rgb-3c-8b.ppm", 157, 151},
-      {"pillow/16_bit_binary.pgm", 20, 100},
-      {"pillow/hopper.pnm", 128, 128},
-      {"pillow/hopper.ppm", 128, 128},
-      {"pillow/hopper_16bit.pgm", 128, 128},
-      {"pillow/hopper_16bit_plain.pgm", 128, 128},
-      {"pillow/hopper_1bit.pbm", 128, 128},
-      {"pillow/hopper_1bit_plain.pbm", 128, 128},
-      {"pillow/hopper_8bit.pgm", 128, 128},
-      {"pillow/hopper_8bit.ppm", 128, 128},
-      {"pillow/hopper_8bit_plain.pgm", 128, 128},
-      {"sdl_image/sample.pnm", 23, 42},
-  };
+  } cases[] = {{"generated/np_blackandwhite.pam", 227, 149},
+               {"generated/np_gray_alpha.pam", 32, 32},
+               {"generated/np_maxval1023.pgm", 227, 149},
+               {"generated/np_maxval15.ppm", 227, 149},
+               {"generated/np_maxval65535.ppm", 64, 42},
+               {"generated/np_plain.pbm", 227, 149},
+               {"generated/np_plain.pgm", 227, 149},
+               {"generated/np_plain.ppm", 64, 42},
+               {"generated/np_raw.pbm", 227, 149},
+               {"generated/np_raw.pgm", 227, 149},
+               {"generated/np_rgb.pam", 64, 42},
+               {"generated/np_rgb_alpha.pam", 32, 32},
+               {"image-rs/issue-794.pbm", 10, 10},
+               {"image-rs/narrow.pbm", 1, 9},
+               {"libjpeg-turbo/testorig.ppm", 227, 149},
+               {"libtiff-test/minisblack-1c-8b.pgm", 157, 151},
+               {"libtiff-test/miniswhite-1c-1b.pbm", 157, 151},
+               {"libtiff-test/rgb-3c-16b.ppm", 157, 151},
+               {"libtiff-test/rgb-3c-8b.ppm", 157, 151},
+               {"pillow/16_bit_binary.pgm", 20, 100},
+               {"pillow/hopper.pnm", 128, 128},
+               {"pillow/hopper.ppm", 128, 128},
+               {"pillow/hopper_16bit.pgm", 128, 128},
+               {"pillow/hopper_16bit_plain.pgm", 128, 128},
+               {"pillow/hopper_1bit.pbm", 128, 128},
+               {"pillow/hopper_1bit_plain.pbm", 128, 128},
+               {"pillow/hopper_8bit.pgm", 128, 128},
+               {"pillow/hopper_8bit.ppm", 128, 128},
+               {"pillow/hopper_8bit_plain.pgm", 128, 128},
+               {"sdl_image/sample.pnm", 23, 42}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.file);
     OwnedPicture pic;

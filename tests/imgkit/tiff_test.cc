@@ -200,15 +200,13 @@ TEST(TiffRead, PagesJoinedByTiffcpAreOurPicturesUnchanged) {
 }
 
 TEST(TiffInfo, CountsPagesWithoutDecodingAndSurvivesDirectoryLoops) {
-  const std::map<std::string, int> pages = {
-      {"pillow/multipage.tiff", 3},
-      {"pillow/multipage_out_of_order.tiff", 3},
-      {"pillow/multipage_multiple_frame_loop.tiff", 2},
-      {"pillow/multipage_single_frame_loop.tiff", 1},
-      {"libtiff-test/test_ifd_loop_to_first.tif", 2},
-      {"libtiff-test/test_ifd_loop_to_self.tif", 1},
-      {"generated/im_multipage3.tif", 3},
-  };
+  const std::map<std::string, int> pages = {{"pillow/multipage.tiff", 3},
+                                            {"pillow/multipage_out_of_order.tiff", 3},
+                                            {"pillow/multipage_multiple_frame_loop.tiff", 2},
+                                            {"pillow/multipage_single_frame_loop.tiff", 1},
+                                            {"libtiff-test/test_ifd_loop_to_first.tif", 2},
+                                            {"libtiff-test/test_ifd_loop_to_self.tif", 1},
+                                            {"generated/im_multipage3.tif", 3}};
   for (const auto& [file, count] : pages) {
     SCOPED_TRACE(file);
     FileInfo info;
@@ -247,8 +245,7 @@ TEST(TiffRead, CorpusGroupsMatchAnIndependentDecoder) {
       {"libtiffpic/off_l16.tif", "LogL luminance mapping"},
       {"libtiffpic/smallliz.tif", "old-style JPEG converted twice"},
       {"libtiffpic/zackthecat.tif", "old-style JPEG converted twice"},
-      {"libtiffpic/strike.tif", "premultiplied colour kept"},
-  };
+      {"libtiffpic/strike.tif", "premultiplied colour kept"}};
   const std::vector<std::string> files = {"generated/im_bw_fax.tif",
                                           "generated/im_bw_group4.tif",
                                           "generated/im_multipage3.tif",
@@ -372,8 +369,7 @@ TEST(TiffRead, LargeStripedTiledAndPlanarFilesDecodeExactly) {
       {"lzw", ""},
       {"tiled", "tiffcp -t -w 128 -l 64 -c zip"},
       {"planar", "tiffcp -p separate -c lzw:2 -r 7"},
-      {"chopped", "tiffcp -c none -r 3000"},
-  };
+      {"chopped", "tiffcp -c none -r 3000"}};
   for (const auto& [name, command] : variants) {
     SCOPED_TRACE(name);
     std::string path = lzw;
