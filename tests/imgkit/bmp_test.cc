@@ -297,26 +297,6 @@ TEST(BmpSuite, OutOfRangePaletteIndicesAreDamageAndShowBlack) {
     EXPECT_EQ(pic->palette[i] | pic->palette[256 + i] | pic->palette[512 + i], 0);
 }
 
-TEST(BmpInfo, HeadersGivePlanesAndBitsWithoutDecoding) {
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"g/pal1", 1, 1},  {"g/pal4rle", 1, 4}, {"g/pal8os2", 1, 8},  {"g/rgb16-565", 1, 16},
-               {"g/rgb24", 3, 8}, {"g/rgb32bf", 4, 8}, {"b/shortfile", 1, 1}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    // shortfile lacks most of its pixels: headers alone are fine.
-    ASSERT_EQ(imkFileInformation((kSuite + c.file + ".bmp").c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.formatIndex, imkGetIndex("bmp"));
-    EXPECT_EQ(info.width, 127);
-    EXPECT_EQ(info.height, 64);
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-    EXPECT_EQ(info.pictureCount, 1);
-  }
-}
-
 // ---------------------------------------------------------------------------
 // Hand-made files.
 

@@ -122,4 +122,74 @@ TEST_P(ToolWrites, WeReadTheFileAsTheToolMeantIt) {
   EXPECT_LE(test::maxDifference(test::rgbaOf(pic.rec), want), c.tolerance);
 }
 
+// Header look-ups of corpus files: size (0: not checked), planes and bits per
+// plane, one picture, without decoding. bmp/b/shortfile lacks most of its
+// pixels: headers alone are fine.
+TEST(HeaderInfo, CorpusFilesGiveTheirPlanesAndBitsWithoutDecoding) {
+  const struct {
+    const char* path;
+    const char* format;
+    int width, height, planes, bits;
+    const char* name = nullptr;  // the format's name, where checked
+  } files[] = {{"bmp/bmpsuite/g/pal1.bmp", "bmp", 127, 64, 1, 1},
+               {"bmp/bmpsuite/g/pal4rle.bmp", "bmp", 127, 64, 1, 4},
+               {"bmp/bmpsuite/g/pal8os2.bmp", "bmp", 127, 64, 1, 8},
+               {"bmp/bmpsuite/g/rgb16-565.bmp", "bmp", 127, 64, 1, 16},
+               {"bmp/bmpsuite/g/rgb24.bmp", "bmp", 127, 64, 3, 8},
+               {"bmp/bmpsuite/g/rgb32bf.bmp", "bmp", 127, 64, 4, 8},
+               {"bmp/bmpsuite/b/shortfile.bmp", "bmp", 127, 64, 1, 1},
+               {"png/pngsuite/basn0g01.png", "png", 32, 32, 1, 1, "PNG"},
+               {"png/pngsuite/basn0g16.png", "png", 32, 32, 1, 16, "PNG"},
+               {"png/pngsuite/basn2c16.png", "png", 32, 32, 3, 16, "PNG"},
+               {"png/pngsuite/basn3p04.png", "png", 32, 32, 1, 4, "PNG"},
+               {"png/pngsuite/basn4a08.png", "png", 32, 32, 2, 8, "PNG"},
+               {"png/pngsuite/basn6a16.png", "png", 32, 32, 4, 16, "PNG"},
+               {"jpeg/libjpeg-turbo/testorig.jpg", "jpeg", 227, 149, 3, 8, "JPEG"},
+               {"jpeg/generated/cjpeg_gray.jpg", "jpeg", 227, 149, 1, 8, "JPEG"},
+               {"jpeg/generated/im_cmyk.jpg", "jpeg", 227, 149, 4, 8, "JPEG"},
+               {"jpeg/jpeg-decoder/grayscale_long.jpg", "jpeg", 1, 1000, 1, 8, "JPEG"},
+               {"iff/generated/np_1plane.iff", "iff", 0, 0, 1, 1},
+               {"iff/generated/np_24bit_deep.iff", "iff", 0, 0, 3, 8},
+               {"iff/generated/np_ham6.iff", "iff", 0, 0, 1, 6},
+               {"iff/generated/np_directcolor_555.iff", "iff", 0, 0, 3, 5},
+               {"iff/iffshow/stone_circle.lbm", "iff", 0, 0, 1, 8},
+               {"iff/iffshow/king_tut.iff", "iff", 0, 0, 1, 5},
+               {"sgi/generated/np_gray_rle.sgi", "sgi", 0, 0, 1, 8},
+               {"sgi/generated/gm_rgb.sgi", "sgi", 0, 0, 3, 8},
+               {"sgi/generated/im_rgba_none.sgi", "sgi", 0, 0, 4, 8},
+               {"sgi/generated/np_rgb16_rle.sgi", "sgi", 0, 0, 3, 16},
+               {"ras/generated/np_1bit_standard.ras", "sun", 0, 0, 1, 1},
+               {"ras/generated/im_pal.ras", "sun", 0, 0, 1, 8},
+               {"ras/generated/im_rgb.ras", "sun", 0, 0, 3, 8},
+               {"ras/generated/im_rgba.ras", "sun", 0, 0, 4, 8},
+               {"tga/truevision/CBW8.TGA", "tga", 128, 128, 1, 8},
+               {"tga/truevision/UCM8.TGA", "tga", 128, 128, 1, 8},
+               {"tga/truevision/CTC16.TGA", "tga", 128, 128, 3, 5},
+               {"tga/truevision/UTC24.TGA", "tga", 128, 128, 3, 8},
+               {"tga/truevision/CTC32.TGA", "tga", 128, 128, 4, 8},
+               {"pcx/generated/gm_1bit.pcx", "pcx", 227, 149, 1, 1},
+               {"pcx/generated/np_2planes_4col.pcx", "pcx", 227, 149, 2, 1},
+               {"pcx/generated/np_4planes_16col.pcx", "pcx", 227, 149, 4, 1},
+               {"pcx/generated/np_packed_4bpp_16col.pcx", "pcx", 227, 149, 1, 4},
+               {"pcx/generated/im_8bit.pcx", "pcx", 227, 149, 1, 8},
+               {"pcx/generated/im_24bit.pcx", "pcx", 227, 149, 3, 8},
+               {"xpm/pillow/hopper.xpm", "xpm", 128, 128, 1, 6}};  // 44 colours
+  for (const auto& f : files) {
+    SCOPED_TRACE(f.path);
+    FileInfo info;
+    ASSERT_EQ(imkFileInformation((test::corpusDir() + "/" + f.path).c_str(), -1, 0, &info), 0);
+    EXPECT_EQ(info.formatIndex, imkGetIndex(f.format));
+    if (f.width) {
+      EXPECT_EQ(info.width, f.width);
+      EXPECT_EQ(info.height, f.height);
+    }
+    EXPECT_EQ(info.planes, f.planes);
+    EXPECT_EQ(info.bitsPerPlane, f.bits);
+    EXPECT_EQ(info.pictureCount, 1);
+    if (f.name) {
+      EXPECT_STREQ(info.formatName, f.name);
+    }
+  }
+}
+
 }  // namespace

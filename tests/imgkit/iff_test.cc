@@ -405,21 +405,4 @@ TEST(IffCorpus, FourBitCmapPicturesAreNetpbmsWidened) {
   EXPECT_EQ(test::toRgb(pic.rec), ref);
 }
 
-TEST(IffInfo, HeadersGivePlanesAndBits) {
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"generated/np_1plane.iff", 1, 1},  {"generated/np_24bit_deep.iff", 3, 8},
-               {"generated/np_ham6.iff", 1, 6},    {"generated/np_directcolor_555.iff", 3, 5},
-               {"iffshow/stone_circle.lbm", 1, 8}, {"iffshow/king_tut.iff", 1, 5}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((test::corpusDir() + "/iff/" + c.file).c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.formatIndex, imkGetIndex("iff"));
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-  }
-}
-
 }  // namespace

@@ -347,26 +347,6 @@ TEST(DcxRead, EveryPageOfAnImageMagickDcxDecodesLikeImageMagick) {
   EXPECT_EQ(pic->pixels, nullptr);
 }
 
-TEST(PcxInfo, HeadersGivePlanesAndBits) {
-  const std::string dir = test::corpusDir() + "/pcx/generated/";
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"gm_1bit.pcx", 1, 1},          {"np_2planes_4col.pcx", 2, 1},
-               {"np_4planes_16col.pcx", 4, 1}, {"np_packed_4bpp_16col.pcx", 1, 4},
-               {"im_8bit.pcx", 1, 8},          {"im_24bit.pcx", 3, 8}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.width, 227);
-    EXPECT_EQ(info.height, 149);
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-    EXPECT_EQ(info.pictureCount, 1);
-  }
-}
-
 // ---------------------------------------------------------------------------
 // What the four hand-written raster readers share beyond the other readers
 // (see readers_test.cc): no allocation beyond the pixel limit even when

@@ -338,24 +338,6 @@ TEST(PngSuite, EveryCorruptFileIsRefused) {
   }
 }
 
-TEST(PngSuite, HeadersGivePlanesAndBitsPerPlane) {
-  const struct {
-    const char* name;
-    int planes, bits;
-  } files[] = {{"basn0g01.png", 1, 1}, {"basn0g16.png", 1, 16}, {"basn2c16.png", 3, 16},
-               {"basn3p04.png", 1, 4}, {"basn4a08.png", 2, 8},  {"basn6a16.png", 4, 16}};
-  for (const auto& f : files) {
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((kSuite + f.name).c_str(), -1, 0, &info), 0) << f.name;
-    EXPECT_EQ(info.width, 32);
-    EXPECT_EQ(info.height, 32);
-    EXPECT_EQ(info.planes, f.planes) << f.name;
-    EXPECT_EQ(info.bitsPerPlane, f.bits) << f.name;
-    EXPECT_EQ(info.pictureCount, 1);
-    EXPECT_STREQ(info.formatName, "PNG");
-  }
-}
-
 // --- transparency ------------------------------------------------------------
 
 TEST(PngTransparency, ColourKeysBecomeAlphaPalettesStayMapped) {

@@ -238,23 +238,4 @@ TEST(SgiRead, TruncatedFileFailsOrKeepsTheBottomRows) {
   }
 }
 
-TEST(SgiInfo, HeadersGiveChannelsAndSampleBits) {
-  const std::string dir = test::corpusDir() + "/sgi/generated/";
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"np_gray_rle.sgi", 1, 8},
-               {"gm_rgb.sgi", 3, 8},
-               {"im_rgba_none.sgi", 4, 8},
-               {"np_rgb16_rle.sgi", 3, 16}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.formatIndex, imkGetIndex("sgi"));
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-  }
-}
-
 }  // namespace

@@ -247,23 +247,4 @@ TEST(SunRead, TruncatedFileFailsOrKeepsTheTopRows) {
   }
 }
 
-TEST(SunInfo, HeadersGivePlanesAndBits) {
-  const std::string dir = test::corpusDir() + "/ras/generated/";
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"np_1bit_standard.ras", 1, 1},
-               {"im_pal.ras", 1, 8},
-               {"im_rgb.ras", 3, 8},
-               {"im_rgba.ras", 4, 8}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.formatIndex, imkGetIndex("sun"));
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-  }
-}
-
 }  // namespace

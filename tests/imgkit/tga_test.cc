@@ -346,26 +346,4 @@ TEST(TgaRead, AnUnusedMapOrAttributeBitsLeaveTheSamePicture) {
   }
 }
 
-TEST(TgaInfo, HeadersGivePlanesAndBits) {
-  const std::string dir = test::corpusDir() + "/tga/truevision/";
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"CBW8.TGA", 1, 8},
-               {"UCM8.TGA", 1, 8},
-               {"CTC16.TGA", 3, 5},
-               {"UTC24.TGA", 3, 8},
-               {"CTC32.TGA", 4, 8}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.formatIndex, imkGetIndex("tga"));
-    EXPECT_EQ(info.width, 128);
-    EXPECT_EQ(info.height, 128);
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-  }
-}
-
 }  // namespace

@@ -261,15 +261,4 @@ TEST(XpmRead, BrokenFilesAreRefusedAndTruncationKeepsTheRowsRead) {
   EXPECT_EQ(pixelAt(pic, 1, 0), (Rgba{255, 0, 0, 255}));
 }
 
-TEST(XpmInfo, HeadersAloneGiveSizeAndColourBits) {
-  FileInfo info;
-  const std::string path = test::corpusDir() + "/xpm/pillow/hopper.xpm";  // 44 colours
-  ASSERT_EQ(imkFileInformation(path.c_str(), -1, 0, &info), 0);
-  EXPECT_EQ(info.width, 128);
-  EXPECT_EQ(info.height, 128);
-  EXPECT_EQ(info.planes, 1);
-  EXPECT_EQ(info.bitsPerPlane, 6);
-  EXPECT_EQ(info.pictureCount, 1);
-}
-
 }  // namespace
