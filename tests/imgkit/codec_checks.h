@@ -68,14 +68,6 @@ std::string caseName(const testing::TestParamInfo<T>& info) {
   return std::string(info.param.format) + "_" + std::to_string(info.index);
 }
 
-// R,G,B,A of every pixel (alpha 255 for kinds without one).
-inline std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
-  std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 4);
-  for (int y = 0; y < pic.height; ++y)
-    imk::rowToRgba(pic, y, &out[static_cast<size_t>(y) * pic.width * 4]);
-  return out;
-}
-
 inline double meanDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
   double sum = 0;
   for (size_t i = 0; i < a.size(); ++i) sum += std::abs(a[i] - b[i]);
@@ -184,8 +176,8 @@ inline void expectEveryStepAndStopAt(const std::string& path, int stopAt, int in
 inline int stopAtFirstStep(int step, int) { return step >= 1; }
 
 // A save stopped from the progress callback gives IMK_ERR_STOPPED and leaves
-// no file, or the old file as it was; a save that runs out of disk (files limited to 4 KiB) gives
-// IMK_ERR_WRITE and leaves the old file as it was.
+// no file, or the old file as it was; a save that runs out of disk (files
+// limited to 4 KiB) gives IMK_ERR_WRITE and leaves the old file as it was.
 inline void expectStoppedAndFailedSavesLeaveFilesAlone(const ImageRecord& pic, const char* format,
                                                        int quality = 0, int option = 0) {
   test::TempDir dir;

@@ -237,34 +237,25 @@ TEST(PcxRead, TheEndPaletteIsFoundAndNotTakenForPixels) {
 // Damage.
 
 TEST(PcxRead, HostileHeadersAreRefusedBeforeAllocating) {
-  test::TempDir dir;
   const std::vector<uint8_t> data(64, 1);
   std::vector<uint8_t> backwards = makePcx(4, 4, 8, 1, 4, 1, data);
   backwards[4] = 9;  // the window starts right of its end
-  struct Case {
-    const char* name;
-    std::vector<uint8_t> file;
-    int code;
-  } cases[] = {
-      // 65535 x 65536 true colour: 12 GiB, with 6 bytes of data.
-      {"huge", makePcx(65535, 65536, 8, 3, 65535, 1, {0xFF, 0, 0xFF, 0, 0xFF, 0}), IMK_ERR_CORRUPT},
-      {"short line", makePcx(100, 2, 8, 1, 50, 1, data), IMK_ERR_BAD_FILE},
-      {"backwards", backwards, IMK_ERR_BAD_FILE},
-      // Not recognised as PCX at all.
-      {"bits", makePcx(4, 4, 3, 1, 2, 1, data), IMK_ERR_UNKNOWN_FORMAT},
-      {"planes", makePcx(4, 4, 4, 2, 2, 1, data), IMK_ERR_BAD_FILE},
-      {"encoding", makePcx(4, 4, 8, 1, 4, 2, data), IMK_ERR_UNKNOWN_FORMAT},
-      {"shorter than a header", std::vector<uint8_t>(backwards.begin(), backwards.begin() + 100),
-       IMK_ERR_UNKNOWN_FORMAT},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    test::writeFile(dir.file("h.pcx"), c.file);
-    OwnedPicture pic;
-    FileInfo info;
-    EXPECT_EQ(test::load(dir.file("h.pcx"), pic, 0, 0, &info), c.code) << info.errorText;
-    EXPECT_EQ(pic->pixels, nullptr);
-  }
+  test::expectRefused(
+      {
+          // 65535 x 65536 true colour: 12 GiB, with 6 bytes of data.
+          {"huge", makePcx(65535, 65536, 8, 3, 65535, 1, {0xFF, 0, 0xFF, 0, 0xFF, 0}),
+           IMK_ERR_CORRUPT},
+          {"short line", makePcx(100, 2, 8, 1, 50, 1, data), IMK_ERR_BAD_FILE},
+          {"backwards", backwards, IMK_ERR_BAD_FILE},
+          // Not recognised as PCX at all.
+          {"bits", makePcx(4, 4, 3, 1, 2, 1, data), IMK_ERR_UNKNOWN_FORMAT},
+          {"planes", makePcx(4, 4, 4, 2, 2, 1, data), IMK_ERR_BAD_FILE},
+          {"encoding", makePcx(4, 4, 8, 1, 4, 2, data), IMK_ERR_UNKNOWN_FORMAT},
+          {"shorter than a header",
+           std::vector<uint8_t>(backwards.begin(), backwards.begin() + 100),
+           IMK_ERR_UNKNOWN_FORMAT},
+      },
+      0, 0, false);
   // Even when errors are ignored the huge one is too large to allocate.
 }
 

@@ -202,31 +202,21 @@ TEST(SunRead, IndicesPastTheMapAreDamageAndShowBlack) {
 }
 
 TEST(SunRead, HostileHeadersAreRefusedBeforeAllocating) {
-  test::TempDir dir;
   std::vector<uint8_t> longMap = makeSun(2, 2, 8, 1, {1, 2, 3}, {0, 0, 0, 0});
   longMap[30] = 0x10;  // map length 4099, past the end of the file
-  struct Case {
-    const char* name;
-    std::vector<uint8_t> file;
-    int code;
-  } cases[] = {
-      {"wide", makeSun(0x7FFFFFFF, 1, 8, 1, {}, {1, 2}), IMK_ERR_BAD_FILE},
-      {"huge", makeSun(1 << 20, 1 << 20, 24, 1, {}, {1, 2, 3}), IMK_ERR_CORRUPT},
-      {"huge encoded", makeSun(1 << 20, 1 << 20, 24, 2, {}, {0x80, 0xFF, 1}), IMK_ERR_CORRUPT},
-      {"zero height", makeSun(4, 0, 8, 1, {}, {1, 2, 3, 4}), IMK_ERR_BAD_FILE},
-      {"depth 16", makeSun(2, 2, 16, 1, {}, std::vector<uint8_t>(8, 1)), IMK_ERR_BAD_FILE},
-      {"type 4", makeSun(2, 2, 8, 4, {}, std::vector<uint8_t>(4, 1)), IMK_ERR_BAD_FILE},
-      {"map past the end", longMap, IMK_ERR_BAD_FILE},
-      {"map of 2 bytes", makeSun(2, 2, 8, 1, {1, 2}, std::vector<uint8_t>(4, 1)), IMK_ERR_BAD_FILE},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    test::writeFile(dir.file("h.ras"), c.file);
-    OwnedPicture pic;
-    FileInfo info;
-    EXPECT_EQ(test::load(dir.file("h.ras"), pic, 0, 0, &info), c.code) << info.errorText;
-    EXPECT_EQ(pic->pixels, nullptr);
-  }
+  test::expectRefused(
+      {
+          {"wide", makeSun(0x7FFFFFFF, 1, 8, 1, {}, {1, 2}), IMK_ERR_BAD_FILE},
+          {"huge", makeSun(1 << 20, 1 << 20, 24, 1, {}, {1, 2, 3}), IMK_ERR_CORRUPT},
+          {"huge encoded", makeSun(1 << 20, 1 << 20, 24, 2, {}, {0x80, 0xFF, 1}), IMK_ERR_CORRUPT},
+          {"zero height", makeSun(4, 0, 8, 1, {}, {1, 2, 3, 4}), IMK_ERR_BAD_FILE},
+          {"depth 16", makeSun(2, 2, 16, 1, {}, std::vector<uint8_t>(8, 1)), IMK_ERR_BAD_FILE},
+          {"type 4", makeSun(2, 2, 8, 4, {}, std::vector<uint8_t>(4, 1)), IMK_ERR_BAD_FILE},
+          {"map past the end", longMap, IMK_ERR_BAD_FILE},
+          {"map of 2 bytes", makeSun(2, 2, 8, 1, {1, 2}, std::vector<uint8_t>(4, 1)),
+           IMK_ERR_BAD_FILE},
+      },
+      0, 0, false);
 }
 
 TEST(SunRead, TruncatedFileFailsOrKeepsTheTopRows) {

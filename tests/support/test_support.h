@@ -120,11 +120,11 @@ struct Refusal {
   int code = IMK_ERR_BAD_FILE;
   const char* reason = nullptr;  // errorText, when it matters
 };
-// Each file fails with its code and a reason (loaded with `flags`) and leaves
-// no picture; the header look-up refuses it as well, with `infoCode` (-1: any
-// code, 0: not checked).
+// Each file fails with its code (loaded with `flags`), with a reason when
+// `needReason`, and leaves no picture; the header look-up refuses it as well,
+// with `infoCode` (-1: any code, 0: not checked).
 void expectRefused(const std::vector<Refusal>& files, uint16_t flags = IMK_FLAG_IGNORE_ERRORS,
-                   int infoCode = -1);
+                   int infoCode = -1, bool needReason = true);
 // `file` cut to `size` bytes fails with `code` and `reason` and no picture;
 // with errors ignored it loads into `kept` with the same reason.
 void expectCutFileKeepsRows(const std::vector<uint8_t>& file, size_t size, const char* reason,
