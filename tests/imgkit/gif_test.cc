@@ -17,12 +17,6 @@ namespace {
 
 std::string corpusGif(const std::string& rel) { return test::corpusDir() + "/gif/" + rel; }
 
-std::vector<uint8_t> rowsOf(const std::vector<uint8_t>& rgb, int width, int firstRow, int rows) {
-  const size_t stride = static_cast<size_t>(width) * 3;
-  return std::vector<uint8_t>(rgb.begin() + static_cast<long>(firstRow * stride),
-                              rgb.begin() + static_cast<long>((firstRow + rows) * stride));
-}
-
 // The packed byte of the first image descriptor of a file we wrote (no
 // extensions precede it): bit 0x40 is the interlace flag.
 int firstDescriptorFlags(const std::vector<uint8_t>& file) {
@@ -481,32 +475,6 @@ TEST(GifInfo, CountsFramesWithoutDecodingThem) {
   test::OwnedPicture pic;
   EXPECT_NE(test::load(dir.file("garbage.gif"), pic), IMK_OK);
   EXPECT_EQ(pic->pixels, nullptr);
-}
-
-TEST(GifRead, TruncatedFileFailsOrKeepsTheDecodedRowsWhenAsked) {
-  const std::string full = corpusGif("giflib/porsche.gif");
-  test::OwnedPicture whole;
-  ASSERT_EQ(test::load(full, whole), IMK_OK);
-  const std::vector<uint8_t> rgb = test::toRgb(whole.rec);
-
-  std::vector<uint8_t> bytes = test::readFile(full);
-  bytes.resize(bytes.size() / 2);
-  test::TempDir dir;
-  test::writeFile(dir.file("half.gif"), bytes);
-
-  test::OwnedPicture pic;
-  FileInfo info;
-  EXPECT_EQ(test::load(dir.file("half.gif"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
-  EXPECT_EQ(pic->pixels, nullptr);
-  EXPECT_NE(info.errorText[0], '\0');
-
-  ASSERT_EQ(test::load(dir.file("half.gif"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_OK);
-  ASSERT_EQ(pic->width, whole->width);
-  ASSERT_EQ(pic->height, whole->height);
-  const std::vector<uint8_t> partial = test::toRgb(pic.rec);
-  // The top of the picture is there; the bottom was never decoded.
-  EXPECT_EQ(rowsOf(partial, pic->width, 0, 40), rowsOf(rgb, pic->width, 0, 40));
-  EXPECT_NE(rowsOf(partial, pic->width, 190, 10), rowsOf(rgb, pic->width, 190, 10));
 }
 
 TEST(GifRead, BadFilesFailWithACode) {

@@ -299,23 +299,6 @@ TEST_F(IffFile, HostileAndBrokenFilesAreRefused) {
   EXPECT_EQ(pic.row(2)[3], 0);
 }
 
-TEST_F(IffFile, TruncatedBodyFailsOrKeepsTheRowsBeforeTheCut) {
-  OwnedPicture src;
-  test::makePattern(src, IMK_MAPPED, 64, 40, 16);
-  ASSERT_EQ(test::save(dir_.file("whole.iff"), src.rec, "iff", 0, 1), 0);
-  Bytes bytes = test::readFile(dir_.file("whole.iff"));
-  bytes.resize(bytes.size() / 2);
-  OwnedPicture pic;
-  FileInfo info;
-  EXPECT_EQ(load(bytes, pic, 0, &info), IMK_ERR_CORRUPT);
-  EXPECT_STREQ(info.errorText, "truncated");
-  ASSERT_EQ(load(bytes, pic, IMK_FLAG_IGNORE_ERRORS), 0);
-  int same = 0;
-  for (int y = 0; y < 40; ++y) same += std::memcmp(pic.row(y), src.row(y), 64) == 0;
-  EXPECT_GE(same, 15);
-  EXPECT_LT(same, 40);
-}
-
 // ---------------------------------------------------------------------------
 // Writing, and netpbm as the independent ILBM reader and writer.
 

@@ -4,6 +4,7 @@
 // header-only look-ups.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,34 +26,42 @@ struct Case {
   bool cutKeepsRows = true;
   // The reduced load is the full picture reduced afterwards, exactly.
   bool exactReduce = false;
+  // A cut file fails with this code and reason (0, nullptr: any), and keeps
+  // the rows stored first: the top ones (1), the bottom ones (-1) or either.
+  int cutCode = 0;
+  const char* cutReason = nullptr;
+  int keptEnd = 0;
 };
 
 // One picture per format, large enough for several progress steps.
-const Case kCases[] = {{"jpeg", IMK_RGB},
-                       {"png", IMK_RGB},
-                       {"gif", IMK_MAPPED},
-                       {"tiff", IMK_RGB, 320, 240, 0, true},
-                       {"bmp", IMK_RGB},
-                       {"pbm", IMK_BINARY},
-                       {"pgm", IMK_GREY},
-                       {"ppm", IMK_RGB},
-                       {"pam", IMK_RGB},
-                       {"iff", IMK_MAPPED},
-                       {"soft", IMK_RGB},
-                       {"xbm", IMK_BINARY},
-                       {"xpm", IMK_MAPPED},
-                       {"ico", IMK_MAPPED, 240, 180},
-                       {"cur", IMK_RGB, 200, 150},
-                       {"tga", IMK_RGB, 320, 240, 0, false, true, true},
-                       {"tga", IMK_RGB, 320, 240, 1, false, true, true},
-                       {"tga", IMK_GREY, 320, 240, 0, false, true, true},
-                       {"sun", IMK_MAPPED, 320, 240, 0, false, true, true},
-                       {"sun", IMK_MAPPED, 320, 240, 1, false, true, true},
-                       {"sun", IMK_RGB, 320, 240, 0, false, true, true},
-                       {"pcx", IMK_MAPPED, 320, 240, 1, false, false, true},
-                       {"pcx", IMK_RGB, 320, 240, 0, false, false, true},
-                       {"sgi", IMK_RGB, 320, 240, 1, false, false, true},
-                       {"sgi", IMK_RGBX, 320, 240, 0, false, false, true}};
+const Case kCases[] = {
+    {"jpeg", IMK_RGB},
+    {"png", IMK_RGB},
+    {"gif", IMK_MAPPED, 320, 240, 0, false, true, false, IMK_ERR_CORRUPT, "truncated", 1},
+    {"tiff", IMK_RGB, 320, 240, 0, true},
+    {"bmp", IMK_RGB},
+    {"pbm", IMK_BINARY},
+    {"pgm", IMK_GREY},
+    {"ppm", IMK_RGB},
+    {"pam", IMK_RGB},
+    {"iff", IMK_MAPPED, 320, 240, 0, false, true, false, IMK_ERR_CORRUPT, "truncated", 1},
+    {"iff", IMK_MAPPED, 320, 240, 1, false, true, false, IMK_ERR_CORRUPT, "truncated", 1},
+    {"soft", IMK_RGB},
+    {"xbm", IMK_BINARY},
+    {"xpm", IMK_MAPPED},
+    {"ico", IMK_MAPPED, 240, 180},
+    {"cur", IMK_RGB, 200, 150},
+    {"tga", IMK_RGB, 320, 240, 0, false, true, true, IMK_ERR_CORRUPT, "truncated", -1},
+    {"tga", IMK_RGB, 320, 240, 1, false, true, true, IMK_ERR_CORRUPT, "truncated", -1},
+    {"tga", IMK_GREY, 320, 240, 0, false, true, true},
+    {"sun", IMK_MAPPED, 320, 240, 0, false, true, true},
+    {"sun", IMK_MAPPED, 320, 240, 1, false, true, true},
+    {"sun", IMK_RGB, 320, 240, 0, false, true, true, IMK_ERR_CORRUPT, nullptr, 1},
+    {"sun", IMK_RGB, 320, 240, 1, false, true, true, IMK_ERR_CORRUPT, nullptr, 1},
+    {"pcx", IMK_MAPPED, 320, 240, 1, false, false, true},
+    {"pcx", IMK_RGB, 320, 240, 0, false, false, true},
+    {"sgi", IMK_RGB, 320, 240, 1, false, false, true},
+    {"sgi", IMK_RGBX, 320, 240, 0, false, false, true}};
 
 class Readers : public testing::TestWithParam<Case> {
  protected:
@@ -121,16 +130,28 @@ TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
   bytes.resize(bytes.size() * 6 / 10);
   const std::string cut = dir_.file(std::string("cut.") + GetParam().format);
   test::writeFile(cut, bytes);
+  const Case& c = GetParam();
   test::OwnedPicture pic;
-  EXPECT_NE(test::load(cut, pic), 0);
+  FileInfo info;
+  const int rc = test::load(cut, pic, 0, 0, &info);
+  EXPECT_NE(rc, 0);
+  if (c.cutCode) {
+    EXPECT_EQ(rc, c.cutCode);
+  }
+  if (c.cutReason) {
+    EXPECT_STREQ(info.errorText, c.cutReason);
+  }
   EXPECT_EQ(pic->pixels, nullptr);
-  if (!GetParam().cutKeepsRows) return;
+  if (!c.cutKeepsRows) return;
   if (GetParam().headerAtEnd) {
     EXPECT_NE(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
     EXPECT_EQ(pic->pixels, nullptr);
     return;
   }
-  ASSERT_EQ(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+  ASSERT_EQ(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), 0);
+  if (c.cutReason) {
+    EXPECT_STREQ(info.errorText, c.cutReason);
+  }
   EXPECT_EQ(pic->width, GetParam().width);
   EXPECT_EQ(pic->height, GetParam().height);
   // The rows stored before the cut were decoded and match the complete file.
@@ -138,12 +159,19 @@ TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
   ASSERT_EQ(test::load(path_, whole), 0);
   const std::vector<uint8_t> a = test::toRgb(pic.rec), b = test::toRgb(whole.rec);
   const size_t rowBytes = static_cast<size_t>(GetParam().width) * 3;
-  int same = 0;
-  for (int y = 0; y < GetParam().height; ++y)
-    same += std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes,
-                       b.begin() + y * rowBytes);
-  EXPECT_GE(same, GetParam().height * 4 / 10);
-  EXPECT_LT(same, GetParam().height);
+  std::vector<bool> same;
+  for (int y = 0; y < c.height; ++y)
+    same.push_back(std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes,
+                              b.begin() + y * rowBytes));
+  const long kept = std::count(same.begin(), same.end(), true);
+  EXPECT_GE(kept, c.height * 4 / 10);
+  EXPECT_LT(kept, c.height);
+  // The rows kept are the ones stored first.
+  if (c.keptEnd) {
+    const bool topKept = c.keptEnd > 0;
+    EXPECT_EQ(same.front(), topKept);
+    EXPECT_EQ(same.back(), !topKept);
+  }
 }
 
 TEST_P(Readers, ReducedLoadFitsAndKeepsTheAspect) {

@@ -219,22 +219,4 @@ TEST(SunRead, HostileHeadersAreRefusedBeforeAllocating) {
       0, 0, false);
 }
 
-TEST(SunRead, TruncatedFileFailsOrKeepsTheTopRows) {
-  test::TempDir dir;
-  OwnedPicture src, pic;
-  test::makePattern(src, IMK_RGB, 64, 50);
-  for (int rle = 0; rle <= 1; ++rle) {
-    SCOPED_TRACE(rle);
-    ASSERT_EQ(test::save(dir.file("x.ras"), src.rec, "sun", 0, rle), 0);
-    std::vector<uint8_t> bytes = test::readFile(dir.file("x.ras"));
-    bytes.resize(32 + (bytes.size() - 32) / 2);
-    test::writeFile(dir.file("cut.ras"), bytes);
-    EXPECT_EQ(test::load(dir.file("cut.ras"), pic), IMK_ERR_CORRUPT);
-    EXPECT_EQ(pic->pixels, nullptr);
-    ASSERT_EQ(test::load(dir.file("cut.ras"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
-    for (int y = 0; y < 20; ++y) EXPECT_EQ(std::memcmp(pic.row(y), src.row(y), 64 * 3), 0) << y;
-    EXPECT_NE(std::memcmp(pic.row(49), src.row(49), 64 * 3), 0);
-  }
-}
-
 }  // namespace

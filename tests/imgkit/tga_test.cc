@@ -296,31 +296,6 @@ TEST(TgaRead, HostileHeadersAreRefusedBeforeAllocating) {
       0, 0, false);
 }
 
-TEST(TgaRead, TruncatedFileFailsOrKeepsTheBottomRows) {
-  test::TempDir dir;
-  OwnedPicture src, pic;
-  test::makePattern(src, IMK_RGB, 64, 50);
-  for (int rle = 0; rle <= 1; ++rle) {
-    SCOPED_TRACE(rle);
-    ASSERT_EQ(test::save(dir.file("x.tga"), src.rec, "tga", 0, rle), 0);
-    std::vector<uint8_t> bytes = test::readFile(dir.file("x.tga"));
-    bytes.resize(18 + (bytes.size() - 18) / 2);
-    test::writeFile(dir.file("cut.tga"), bytes);
-    FileInfo info;
-    EXPECT_EQ(test::load(dir.file("cut.tga"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
-    EXPECT_EQ(pic->pixels, nullptr);
-    ASSERT_EQ(test::load(dir.file("cut.tga"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), 0);
-    EXPECT_STREQ(info.errorText, "truncated");
-    // Rows are stored bottom-up: the bottom half came through.
-    const std::vector<uint8_t> a = test::toRgb(pic.rec), b = test::toRgb(src.rec);
-    const size_t row = 64 * 3;
-    for (int y = 30; y < 50; ++y)
-      EXPECT_TRUE(std::equal(a.begin() + y * row, a.begin() + (y + 1) * row, b.begin() + y * row))
-          << y;
-    EXPECT_FALSE(std::equal(a.begin(), a.begin() + row, b.begin()));
-  }
-}
-
 TEST(TgaRead, AnUnusedMapOrAttributeBitsLeaveTheSamePicture) {
   // image-rs stores one 4x4 picture as 16-bit colour with and without
   // attribute bits, with an unused map, and as indices into a 15-bit map.
