@@ -192,4 +192,57 @@ TEST(HeaderInfo, CorpusFilesGiveTheirPlanesAndBitsWithoutDecoding) {
   }
 }
 
+// Broken files of other projects' suites are refused, leaving no picture;
+// some also when errors are ignored (kAlways), some as bad or damaged files
+// with a reason (kCoded), some with a reason whatever the code (kReason).
+TEST(BrokenFiles, OtherSuitesFilesAreRefused) {
+  enum { kAlways = 1, kCoded = 2, kReason = 4 };
+  const std::pair<int, std::vector<const char*>> groups[] = {
+      {0,
+       {"bmp/gdk-pixbuf/fail/bug776694.bmp", "bmp/gdk-pixbuf/fail/bug777315.bmp",
+        "bmp/gdk-pixbuf/fail/invalid.1.bmp",
+        "bmp/gdk-pixbuf/randomly-modified/bmp-line-overflow.bmp",
+        "bmp/gdk-pixbuf/randomly-modified/bug775242.bmp", "bmp/image-rs/bad/Bad_clrsUsed.bmp",
+        "bmp/image-rs/bad/Bad_height.bmp", "bmp/image-rs/bad/Bad_unusual_extend_buffer_usage.bmp",
+        "bmp/image-rs/bad/Bad_width.bmp"}},
+      {kAlways,
+       {"pnm/gdk-pixbuf/fail/invalid.1.ppm", "pnm/gdk-pixbuf/fail/invalid.2.ppm",
+        "pnm/gdk-pixbuf/fail/invalid.3.ppm", "pnm/gdk-pixbuf/fail/invalid.5.ppm",
+        "pnm/gdk-pixbuf/fail/invalid.6.ppm", "pnm/gdk-pixbuf/fail/invalid.7.ppm",
+        "pnm/gdk-pixbuf/fail/invalid.8.ppm", "pnm/gdk-pixbuf/randomly-modified/bug775232.pnm",
+        "pnm/pillow/negative_size.ppm"}},
+      {kCoded,
+       {"gif/gdk-pixbuf/fail/invalid.1.gif", "gif/gdk-pixbuf/fail/overflow-codes.gif",
+        "gif/pygif-suite/invalid-code.gif", "gif/pillow/zero_width.gif",
+        "gif/image-gif/stall/issue-101-infinite-empty-loop.gif", "gif/pygif-suite/zero-size.gif",
+        "tiff/pillow/crash/crash-2020-10-test.tif"}},
+      {kAlways | kReason,
+       {"jpeg/gdk-pixbuf/fail/CVE-2017-2862.jpg", "jpeg/gdk-pixbuf/randomly-modified/bug775697.jpg",
+        "jpeg/image-rs-regression/oss-fuzz-36829.jpeg",
+        "jpeg/jpeg-decoder/crashtest/derive-huffman-codes-overflow.jpg",
+        "jpeg/jpeg-decoder/crashtest/invalid-dimensions.jpg",
+        "jpeg/jpeg-decoder/crashtest/max_size.jpg",
+        "jpeg/jpeg-decoder/crashtest/missing-frame-image-1410.jpg",
+        "jpeg/jpeg-decoder/crashtest/missing-sof.jpg",
+        "jpeg/jpeg-decoder/crashtest/null_height.jpg",
+        "jpeg/jpeg-decoder/crashtest/invalid-prediction-shift.jpg"}}};
+  for (const auto& [how, files] : groups)
+    for (const char* f : files)
+      for (uint16_t flags : {0, static_cast<int>(IMK_FLAG_IGNORE_ERRORS)}) {
+        if (flags && !(how & kAlways)) continue;
+        SCOPED_TRACE(std::string(f) + (flags ? " ignoring errors" : ""));
+        test::OwnedPicture pic;
+        FileInfo info;
+        const int rc = test::load(test::corpusDir() + "/" + f, pic, 0, flags, &info);
+        EXPECT_NE(rc, 0);
+        EXPECT_EQ(pic->pixels, nullptr);
+        if (how & kCoded) {
+          EXPECT_TRUE(rc == IMK_ERR_BAD_FILE || rc == IMK_ERR_CORRUPT) << rc;
+        }
+        if (how & (kCoded | kReason)) {
+          EXPECT_NE(info.errorText[0], '\0');
+        }
+      }
+}
+
 }  // namespace

@@ -299,20 +299,6 @@ TEST(PnmRead, TruncatedRastersAreDamage) {
   EXPECT_EQ(pic.row(0)[0], 1);
 }
 
-TEST(PnmCorpus, BrokenFilesFail) {
-  for (const char* f : {"gdk-pixbuf/fail/invalid.1.ppm", "gdk-pixbuf/fail/invalid.2.ppm",
-                        "gdk-pixbuf/fail/invalid.3.ppm", "gdk-pixbuf/fail/invalid.5.ppm",
-                        "gdk-pixbuf/fail/invalid.6.ppm", "gdk-pixbuf/fail/invalid.7.ppm",
-                        "gdk-pixbuf/fail/invalid.8.ppm",
-                        "gdk-pixbuf/randomly-modified/bug775232.pnm", "pillow/negative_size.ppm"}) {
-    SCOPED_TRACE(f);
-    OwnedPicture pic;
-    EXPECT_NE(test::load(kPnm + f, pic), 0);
-    EXPECT_NE(test::load(kPnm + f, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
-    EXPECT_EQ(pic->pixels, nullptr);
-  }
-}
-
 // ---------------------------------------------------------------------------
 // Several images in one file.
 

@@ -657,20 +657,15 @@ TEST(TiffRead, ProgressRunsToTheEndAndCanStopEveryRoute) {
   checks::expectEveryStepAndStopAt(corpusTiff("generated/im_rgb_jpeg.tif"), 3);
 }
 
-TEST(TiffRead, BadFilesFailWithACodeAndAReason) {
+TEST(TiffRead, HeaderPointingFarPastTheEndFailsWithACodeAndAReason) {
   test::TempDir dir;
   test::writeFile(dir.file("header.tif"), {'I', 'I', 42, 0, 0xFF, 0xFF, 0xFF, 0x7F});
-  const std::vector<std::string> files = {dir.file("header.tif"),
-                                          corpusTiff("pillow/crash/crash-2020-10-test.tif")};
-  for (const std::string& f : files) {
-    SCOPED_TRACE(f);
-    test::OwnedPicture pic;
-    FileInfo info;
-    const int rc = test::load(f, pic, 0, 0, &info);
-    EXPECT_TRUE(rc == IMK_ERR_BAD_FILE || rc == IMK_ERR_CORRUPT) << rc;
-    EXPECT_EQ(pic->pixels, nullptr);
-    EXPECT_NE(info.errorText[0], '\0');
-  }
+  test::OwnedPicture pic;
+  FileInfo info;
+  const int rc = test::load(dir.file("header.tif"), pic, 0, 0, &info);
+  EXPECT_TRUE(rc == IMK_ERR_BAD_FILE || rc == IMK_ERR_CORRUPT) << rc;
+  EXPECT_EQ(pic->pixels, nullptr);
+  EXPECT_NE(info.errorText[0], '\0');
 }
 
 }  // namespace
