@@ -1,8 +1,8 @@
 // PCX and DCX: round trips of every kind with and without run-length coding,
 // files checked against ImageMagick and netpbm in both directions, the
 // layouts of hand-made files (bit planes, packed pixels, header palettes),
-// run-length codes that cross lines, and hostile headers. At the end, the
-// behaviour the four hand-written raster readers (PCX, Targa, SGI, Sun) share.
+// run-length codes that cross lines, and hostile headers. At the end, huge
+// headers of the four hand-written raster readers (PCX, Targa, SGI, Sun).
 #include <gtest/gtest.h>
 
 #include <string>
