@@ -456,11 +456,13 @@ int infoBmp(ReadContext& ctx) {
 int readBmp(ReadContext& ctx, Picture& out) {
   BmpLayout L;
   if (int rc = parseHeaders(ctx, L)) return rc;
-  // Without IMK_FLAG_IGNORE_ERRORS a file too short for its uncompressed
-  // pixels fails before anything is allocated.
-  if (!compressed(L) && !ctx.ignoreErrors() &&
-      ctx.size - L.dataOffset < rowBytes(L.width, L.bits) * L.height)
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  // A file too short for its uncompressed pixels fails before anything is
+  // allocated. (Run-length data has no such bound: its codes may skip rows
+  // or end the picture early.)
+  if (!compressed(L))
+    if (int rc = ctx.requireData(uint64_t{rowBytes(L.width, L.bits)} * L.height,
+                                 ctx.size - L.dataOffset))
+      return rc;
   const uint16_t kind = L.bits <= 8 ? IMK_MAPPED : L.hasAlpha ? IMK_RGBX : IMK_RGB;
   if (!sizeAcceptable(L.width, L.height, bytesPerPixelOf(kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

@@ -165,4 +165,52 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, Readers, testing::ValuesIn(kCases),
                            return std::string(info.param.format);
                          });
 
+// A header that claims a huge picture over a few bytes of data is refused
+// even when errors are ignored, before the reader allocates the picture; a
+// damaged file holding a fair share of its data still loads in part.
+std::vector<uint8_t> bytesOf(const std::string& text) { return {text.begin(), text.end()}; }
+
+std::vector<uint8_t> bmpHeader(int32_t width, int32_t height) {
+  std::vector<uint8_t> b(54, 0);
+  auto put32 = [&](size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
+  };
+  b[0] = 'B', b[1] = 'M';
+  put32(10, 54);
+  put32(14, 40);
+  put32(18, static_cast<uint32_t>(width));
+  put32(22, static_cast<uint32_t>(height));
+  b[26] = 1;   // planes
+  b[28] = 24;  // bits per pixel, no compression
+  return b;
+}
+
+TEST(DamagedFiles, AHugeHeaderOverAlmostNoDataIsRefusedEvenWhenErrorsAreIgnored) {
+  test::TempDir dir;
+  std::vector<uint8_t> bmp = bmpHeader(4000, 4000);
+  bmp.resize(bmp.size() + 300, 0x80);
+  const std::pair<const char*, std::vector<uint8_t>> kFiles[] = {
+      {"p3.ppm", bytesOf("P3\n1025105 17\n3\n0 1 2 3 2 1")},
+      {"p6.ppm", bytesOf("P6\n4000 4000\n255\n" + std::string(300, 'x'))},
+      {"p1.pbm", bytesOf("P1\n5000 5000\n0101")},
+      {"huge.bmp", bmp},
+      {"huge.xbm", bytesOf("#define a_width 9000\n#define a_height 9000\n"
+                           "static char a_bits[] = {0x00, 0x01};\n")},
+  };
+  for (const auto& [name, bytes] : kFiles) {
+    const std::string path = dir.file(name);
+    test::writeFile(path, bytes);
+    test::OwnedPicture pic;
+    EXPECT_EQ(test::load(path, pic, 0, IMK_FLAG_IGNORE_ERRORS), IMK_ERR_BAD_FILE) << name;
+    EXPECT_EQ(pic->pixels, nullptr) << name;
+  }
+  // A quarter of the pixels present: a partial picture with errors ignored.
+  const std::string quarter = dir.file("quarter.ppm");
+  test::writeFile(quarter, bytesOf("P6\n64 64\n255\n" + std::string(64 * 64 * 3 / 4, 'x')));
+  test::OwnedPicture pic;
+  EXPECT_EQ(test::load(quarter, pic), IMK_ERR_CORRUPT);
+  ASSERT_EQ(test::load(quarter, pic, 0, IMK_FLAG_IGNORE_ERRORS), IMK_OK);
+  EXPECT_EQ(pic->height, 64);
+}
+
 }  // namespace
