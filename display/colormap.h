@@ -22,9 +22,9 @@ struct DitherEntry {
 
 struct DitherCube {
   uint32_t redLevels, greenLevels, blueLevels;
-  DitherEntry* redTable;    // 256 entries
-  DitherEntry* greenTable;  // 256 entries
-  DitherEntry* blueTable;   // 256 entries
+  DitherEntry* redTable;     // 256 entries
+  DitherEntry* greenTable;   // 256 entries
+  DitherEntry* blueTable;    // 256 entries
   uint8_t (*matrix)[8][64];  // [row][column][fraction]: 1 when fraction > threshold
   DitherCube* next;
 };
@@ -67,6 +67,21 @@ ColormapRecord* acquireColormap(Display* display, const ImageRecord& picture,
 // record stays listed for reuse until freeAllColormaps.
 void releaseColormap(ColormapRecord* record);
 
+// Fills a new record of a PseudoColor or GrayScale visual: black and white
+// at 2 bits or less, the picture's palette in an own colormap, otherwise the
+// largest colour cube that can be allocated (8x8x4, 6x6x6, 4x8x4, 4x4x4,
+// then 2x2x2 whatever happens).
+void fillColormap(ColormapRecord* record, const ImageRecord& picture, int depth, bool wantOwn);
+
+// Allocates (read-only, `allocate` set) or stores (writable colormap, pixel =
+// cube index) an r x g x b cube, red outermost. A cube that cannot be
+// allocated in full is given back completely and false is returned.
+bool allocColorCube(ColormapRecord* record, uint32_t r, uint32_t g, uint32_t b, bool allocate);
+
+// Stores the picture's palette (or grey ramp; the 8x8x4 cube for a
+// true-colour picture) in the record's writable colormap, pixel = index.
+void storePalette(const ImageRecord& picture, ColormapRecord* record);
+
 // Stores the picture's palette again in a record with a private palette;
 // does nothing otherwise.
 void restorePalette(const ImageRecord& picture, ColormapRecord* record);
@@ -81,8 +96,7 @@ DitherCube* getDitherCube(uint32_t r, uint32_t g, uint32_t b);
 ColormapRecord* colormapList();
 
 // The cube index of (r, g, b) at screen position (x, y) by ordered dither.
-inline unsigned ditherIndex(const DitherCube& c, unsigned r, unsigned g, unsigned b, int x,
-                            int y) {
+inline unsigned ditherIndex(const DitherCube& c, unsigned r, unsigned g, unsigned b, int x, int y) {
   const uint8_t* m = c.matrix[y & 7][x & 7];
   const DitherEntry &er = c.redTable[r], &eg = c.greenTable[g], &eb = c.blueTable[b];
   return (m[er.fraction] ? er.highTerm : er.lowTerm) + (m[eg.fraction] ? eg.highTerm : eg.lowTerm) +
