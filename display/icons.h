@@ -25,15 +25,40 @@ struct IconImage {
 // The tool-bar strip: 25 icons of 24 x 22 side by side (600 x 22, 64
 // colours, transparent index 32), in this order.
 enum ToolBarIcon {
-  kIconOpen, kIconSave, kIconClose, kIconBrowser, kIconPrevFile, kIconNextFile, kIconPrevPage,
-  kIconNextPage, kIconZoomIn, kIconZoomOut, kIconFit, kIconFullScreen, kIconUndo, kIconCrop,
-  kIconRotateLeft, kIconRotateRight, kIconFlip, kIconSlideShow, kIconToGrey, kIconToColours,
-  kIconToTrueColour, kIconHexDump, kIconOptions, kIconProperties, kIconQuit,
+  kIconOpen,
+  kIconSave,
+  kIconClose,
+  kIconBrowser,
+  kIconPrevFile,
+  kIconNextFile,
+  kIconPrevPage,
+  kIconNextPage,
+  kIconZoomIn,
+  kIconZoomOut,
+  kIconFit,
+  kIconFullScreen,
+  kIconUndo,
+  kIconCrop,
+  kIconRotateLeft,
+  kIconRotateRight,
+  kIconFlip,
+  kIconSlideShow,
+  kIconToGrey,
+  kIconToColours,
+  kIconToTrueColour,
+  kIconHexDump,
+  kIconOptions,
+  kIconProperties,
+  kIconQuit,
   kToolBarIconCount
 };
 const IconImage& toolBarStrip();
 const IconImage& appIcon64();
 const IconImage& appIcon32();
+// Tree icons (16 x 16), whose colour tables list only the colours they use.
+const IconImage& treeFolderClosedIcon();
+const IconImage& treeFolderOpenIcon();
+const IconImage& treeFileIcon();
 
 // A pixmap of sub-icon `index` of a strip of icons `width` wide (a width
 // below 1 takes the whole icon); transparent pixels get the widget's
