@@ -22,9 +22,9 @@ struct DitherEntry {
 
 struct DitherCube {
   uint32_t redLevels, greenLevels, blueLevels;
-  DitherEntry* redTable;     // 256 entries
-  DitherEntry* greenTable;   // 256 entries
-  DitherEntry* blueTable;    // 256 entries
+  DitherEntry* redTable;    // 256 entries
+  DitherEntry* greenTable;  // 256 entries
+  DitherEntry* blueTable;   // 256 entries
   uint8_t (*matrix)[8][64];  // [row][column][fraction]: 1 when fraction > threshold
   DitherCube* next;
 };
@@ -96,7 +96,8 @@ DitherCube* getDitherCube(uint32_t r, uint32_t g, uint32_t b);
 ColormapRecord* colormapList();
 
 // The cube index of (r, g, b) at screen position (x, y) by ordered dither.
-inline unsigned ditherIndex(const DitherCube& c, unsigned r, unsigned g, unsigned b, int x, int y) {
+inline unsigned ditherIndex(const DitherCube& c, unsigned r, unsigned g, unsigned b, int x,
+                            int y) {
   const uint8_t* m = c.matrix[y & 7][x & 7];
   const DitherEntry &er = c.redTable[r], &eg = c.greenTable[g], &eb = c.blueTable[b];
   return (m[er.fraction] ? er.highTerm : er.lowTerm) + (m[eg.fraction] ? eg.highTerm : eg.lowTerm) +

@@ -25,31 +25,10 @@ struct IconImage {
 // The tool-bar strip: 25 icons of 24 x 22 side by side (600 x 22, 64
 // colours, transparent index 32), in this order.
 enum ToolBarIcon {
-  kIconOpen,
-  kIconSave,
-  kIconClose,
-  kIconBrowser,
-  kIconPrevFile,
-  kIconNextFile,
-  kIconPrevPage,
-  kIconNextPage,
-  kIconZoomIn,
-  kIconZoomOut,
-  kIconFit,
-  kIconFullScreen,
-  kIconUndo,
-  kIconCrop,
-  kIconRotateLeft,
-  kIconRotateRight,
-  kIconFlip,
-  kIconSlideShow,
-  kIconToGrey,
-  kIconToColours,
-  kIconToTrueColour,
-  kIconHexDump,
-  kIconOptions,
-  kIconProperties,
-  kIconQuit,
+  kIconOpen, kIconSave, kIconClose, kIconBrowser, kIconPrevFile, kIconNextFile, kIconPrevPage,
+  kIconNextPage, kIconZoomIn, kIconZoomOut, kIconFit, kIconFullScreen, kIconUndo, kIconCrop,
+  kIconRotateLeft, kIconRotateRight, kIconFlip, kIconSlideShow, kIconToGrey, kIconToColours,
+  kIconToTrueColour, kIconHexDump, kIconOptions, kIconProperties, kIconQuit,
   kToolBarIconCount
 };
 const IconImage& toolBarStrip();
