@@ -29,6 +29,9 @@ namespace {
 constexpr const char* kTitle = "VIMORA v1.12";
 constexpr int kHandCursorShape = 60;  // the hand glyph of the cursor font
 
+// Every open view, to find a view from any of its widgets.
+std::vector<ViewWindow*> openViews;
+
 // --- Pure rules -----------------------------------------------------------
 
 }  // namespace
@@ -379,6 +382,7 @@ void buttonReleaseHandler(Widget w, XtPointer data, XEvent* event, Boolean*) {
 void destroyCB(Widget shell, XtPointer data, XtPointer) {
   ViewWindow* v = static_cast<ViewWindow*>(data);
   UnregisterView(shell);
+  openViews.erase(std::find(openViews.begin(), openViews.end(), v));
   FreePicture(&v->picture);
   if (v->undoPicture.pixels) FreePicture(&v->undoPicture);
   freeConverter(&v->converter);
@@ -444,10 +448,10 @@ Widget createWindow(ImageRecord& loaded, const char* path, int16_t formatIndex,
   XtSetArg(args[n], XmNvisual, v->visual.visual), ++n;
   XtSetArg(args[n], XmNdepth, v->visual.depth), ++n;
   XtSetArg(args[n], XmNcolormap, v->colormap->colormap), ++n;
-  XtSetArg(args[n], XmNuserData, v), ++n;
   XtSetArg(args[n], XmNdeleteResponse, XmDESTROY), ++n;
   v->shell = XtCreatePopupShell("VmoraView", topLevelShellWidgetClass, topLevel, args, n);
   XtAddCallback(v->shell, XmNdestroyCallback, destroyCB, v);
+  openViews.push_back(v);
   RegisterView(v->shell);
   closeViewHook = closeHook;
 
@@ -513,11 +517,9 @@ Widget createWindow(ImageRecord& loaded, const char* path, int16_t formatIndex,
 
 ViewWindow* ViewOfWidget(Widget widget) {
   for (Widget w = widget; w; w = XtParent(w)) {
-    if (XtIsShell(w) && std::strcmp(XtName(w), "VmoraView") == 0) {
-      XtPointer data = nullptr;
-      XtVaGetValues(w, XmNuserData, &data, nullptr);
-      return static_cast<ViewWindow*>(data);
-    }
+    if (!XtIsShell(w)) continue;
+    for (ViewWindow* v : openViews)
+      if (v->shell == w) return v;
   }
   return nullptr;
 }
