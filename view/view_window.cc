@@ -198,7 +198,10 @@ void exposeCB(Widget, XtPointer data, XtPointer call) {
         XRectangle{static_cast<short>(e.x), static_cast<short>(e.y),
                    static_cast<unsigned short>(e.width), static_cast<unsigned short>(e.height)},
         false);
-  if (e.count == 0) drawSelection(v);
+  if (e.count == 0) {
+    drawSelection(v);
+    TestLog("drawn");
+  }
 }
 
 // The exposures that follow a copy of the area: parts of the copied region

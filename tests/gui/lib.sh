@@ -122,3 +122,21 @@ colours() {
 
 # expect WHAT ACTUAL WANTED
 expect() { [ "$2" = "$3" ] || fail "$1: got '$2', wanted '$3'"; }
+
+# redrawn COMMAND...: runs COMMAND and waits until the view has handled the
+# exposures that follow it.
+redrawn() {
+  local n
+  n=$(grep -c '^TEST drawn' "$OUT")
+  "$@"
+  wait_count "$OUT" '^TEST drawn' $((n + 1))
+}
+
+# picture_in_area SHOT OUTFILE: the scaled picture's part of a drawing-area
+# capture, from the last layout line ("W H scaled w h origin x y").
+picture_in_area() {
+  local l
+  l=$(last_test layout)
+  set -- "$1" "$2" $l
+  $IM "$1" -crop "${6}x${7}+${9}+${10}" +repage "$2"
+}
