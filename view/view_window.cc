@@ -251,6 +251,7 @@ void scrollTo(ViewWindow* v, int newH, int newV) {
   if (dy > 0) paint(v, strip(0, 0, w, dy), true);
   if (dy < 0) paint(v, strip(0, h + dy, w, -dy), true);
   drawSelection(v);
+  TestLog("scrolled %d %d", newH, newV);
 }
 
 int scrollValue(Widget bar) {
