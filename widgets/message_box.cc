@@ -11,7 +11,13 @@ namespace {
 
 Widget dialogParent(Widget parent) { return parent ? parent : topLevel; }
 
-void destroyShellCB(Widget w, XtPointer, XtPointer) { XtDestroyWidget(XtParent(w)); }
+// Motif still moves the keyboard focus away from a dialog after its button
+// callbacks, so the dialog is destroyed from a time-out, once that is done.
+void destroyTimeout(XtPointer data, XtIntervalId*) { XtDestroyWidget(static_cast<Widget>(data)); }
+
+void destroyShellCB(Widget w, XtPointer, XtPointer) {
+  XtAppAddTimeOut(XtWidgetToApplicationContext(w), 0, destroyTimeout, XtParent(w));
+}
 
 }  // namespace
 
@@ -20,7 +26,7 @@ void ShowMessage(Widget parent, const char* title, const char* text, bool error)
   XmString message = XmStringCreateLocalized(const_cast<char*>(text));
   XtSetArg(args[0], XmNmessageString, message);
   XtSetArg(args[1], XmNtitle, title);
-  XtSetArg(args[2], XmNdeleteResponse, XmDESTROY);
+  XtSetArg(args[2], XmNdeleteResponse, XmUNMAP);
   Widget box =
       error
           ? XmCreateErrorDialog(dialogParent(parent), const_cast<char*>("message"), args, 3)
@@ -28,7 +34,7 @@ void ShowMessage(Widget parent, const char* title, const char* text, bool error)
   XmStringFree(message);
   XtUnmanageChild(XmMessageBoxGetChild(box, XmDIALOG_CANCEL_BUTTON));
   XtUnmanageChild(XmMessageBoxGetChild(box, XmDIALOG_HELP_BUTTON));
-  XtAddCallback(box, XmNokCallback, destroyShellCB, nullptr);
+  XtAddCallback(box, XmNunmapCallback, destroyShellCB, nullptr);
   XtManageChild(box);
   TestLog("message %s", text);
 }
@@ -75,6 +81,6 @@ bool AskYesNo(Widget parent, const char* title, const char* text) {
   while (answer.state == 0) XtAppProcessEvent(appContext, XtIMAll);
   const bool result = answer.state == 1;
   XtRemoveCallback(XtParent(box), XmNpopdownCallback, popdownCB, &answer);
-  XtDestroyWidget(XtParent(box));
+  XtAppAddTimeOut(appContext, 0, destroyTimeout, XtParent(box));
   return result;
 }

@@ -44,7 +44,21 @@ wait_for "$OUT" '^TEST scrolled 0 0$'
 xdotool mousemove --window "$AREA" $((ox + 32 + 8)) 24 mousedown 1 \
   mousemove --window "$AREA" $((ox + 96 + 8)) 88 mouseup 1
 wait_for "$OUT" '^TEST selection 2 1 \(4x4\)$'
-kill "$PID"; wait "$PID" 2>/dev/null; PID=
+
+# Crop keeps the selection, undo swaps back; a modified picture asks before
+# closing (the question's default button answers it).
+keys ctrl+y
+expect "cropped" "$(info 23 | sed 's/  Depth.*//')" "Width: 4  Height: 4"
+keys ctrl+z
+expect "undone" "$(info 24 | sed 's/  Depth.*//')" "Width: 16  Height: 16"
+keys Escape
+wait_for "$OUT" "^TEST question Do you want to save changes to \$"
+wait_for "$OUT" "^  '$WORK/small.png' \?\$"
+D=$(xdotool search --onlyvisible --name '^Question$' | head -1)
+[ -n "$D" ] || fail "no question dialog"
+xdotool windowfocus --sync "$D" key Return
+wait_exit
+expect "status after the question" "$STATUS" 0
 
 # Kinds of pictures, and a list of two files: PageDown, Home, mouse button 3.
 # A PGM of maximum value 255 is a grey picture of 256 levels.
