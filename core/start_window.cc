@@ -3,6 +3,8 @@
 #include <Xm/Form.h>
 #include <Xm/Xm.h>
 
+#include <cstdlib>
+
 #include "core/app.h"
 #include "core/startup.h"
 #include "core/test_log.h"

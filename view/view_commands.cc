@@ -19,6 +19,7 @@
 #include "core/settings.h"
 #include "core/test_log.h"
 #include "display/icons.h"
+#include "process/conversion_items.h"
 #include "process/geometry.h"
 #include "view/view_window.h"
 #include "widgets/message_box.h"
@@ -372,6 +373,28 @@ void recentFileCB(Widget, int number) {
   if (path[0]) CreateViewWindow(path, -1);
 }
 
+// An Image-menu conversion: the result becomes the picture, the picture
+// before it the undo picture.
+void convertCB(Widget w, int number) {
+  ViewWindow* v = ViewOfWidget(w);
+  if (!v || !v->picture.pixels) return;
+  ImageRecord result;
+  std::memset(&result, 0, sizeof result);
+  if (process::convertByItem(&v->picture, &result, number) != 0) {
+    ShowMessage(v->shell, "Error", "Not enough memory", true);
+    return;
+  }
+  FreePicture(&v->undoPicture);
+  if (gSettings.viewUseUndo)
+    v->undoPicture = v->picture;
+  else
+    FreePicture(&v->picture);
+  v->picture = result;
+  v->modified = true;
+  TestLog("converted %d", number);
+  ViewPictureChanged(v);
+}
+
 void aboutCB(Widget w, int) {
   ShowMessage(w, "About", "VIMORA v1.12\nPicture viewer, browser and converter for X11");
 }
@@ -391,12 +414,18 @@ void buildItems(Widget pulldown, const MenuRecord& record, Widget shell) {
       XtVaCreateManagedWidget(item.name, xmSeparatorGadgetClass, pulldown, nullptr);
       continue;
     }
-    XmString label = XmStringCreateLocalized(const_cast<char*>(item.label));
+    // Conversion items take their text from the conversion table.
+    const char* text = item.label;
+    if (!text && item.callback == convertCB)
+      if (const process::ConversionItem* c = process::conversionItem(item.number)) text = c->label;
+    XmString label = XmStringCreateLocalized(const_cast<char*>(text ? text : ""));
     Widget w = nullptr;
     if (item.kind == MenuItemKind::kCascade) {
       Widget sub = createPulldown(pulldown, *item.submenu, false, shell);
       w = XtVaCreateManagedWidget(item.name, xmCascadeButtonWidgetClass, pulldown, XmNlabelString,
                                   label, XmNsubMenuId, sub, nullptr);
+      // A submenu is made together with the menu that holds it.
+      buildItems(sub, *item.submenu, shell);
     } else if (item.kind == MenuItemKind::kToggle) {
       w = XtVaCreateManagedWidget(item.name, xmToggleButtonWidgetClass, pulldown, XmNlabelString,
                                   label, XmNvisibleWhenOff, True, nullptr);
@@ -453,6 +482,13 @@ Widget createPulldown(Widget parent, const MenuRecord& record, bool popup, Widge
   return pulldown;
 }
 
+void buildOnFirstOpening(Widget cascade, const MenuRecord& record, Widget pulldown, Widget shell) {
+  PulldownInfo* info = new PulldownInfo{&record, pulldown, shell};
+  XtAddCallback(cascade, XmNcascadingCallback, buildCB, info);
+  XtAddCallback(cascade, XmNcascadingCallback, updateCB, info);
+  XtAddCallback(cascade, XmNdestroyCallback, freeInfoCB, info);
+}
+
 Widget addMenu(Widget bar, const MenuRecord& record, bool popup, Widget shell) {
   Widget pulldown = createPulldown(bar, record, popup, shell);
   XmString label = XmStringCreateLocalized(const_cast<char*>(record.label));
@@ -460,10 +496,7 @@ Widget addMenu(Widget bar, const MenuRecord& record, bool popup, Widget shell) {
       record.name, xmCascadeButtonWidgetClass, bar, XmNlabelString, label, XmNsubMenuId, pulldown,
       XmNmnemonic, static_cast<KeySym>(record.mnemonic), nullptr);
   XmStringFree(label);
-  PulldownInfo* info = new PulldownInfo{&record, pulldown, shell};
-  XtAddCallback(cascade, XmNcascadingCallback, buildCB, info);
-  XtAddCallback(cascade, XmNcascadingCallback, updateCB, info);
-  XtAddCallback(cascade, XmNdestroyCallback, freeInfoCB, info);
+  buildOnFirstOpening(cascade, record, pulldown, shell);
   if (record.help && !popup) XtVaSetValues(bar, XmNmenuHelpWidget, cascade, nullptr);
   return cascade;
 }
@@ -573,10 +606,79 @@ const MenuRecord kSwapMenu = {
     "Swap", "MenuSwap", false, false, 'w', kSwapItems, static_cast<int>(std::size(kSwapItems)),
     nullptr};
 
+// The conversions, numbered as in the conversion table (their texts come
+// from there).
+const MenuItem kBinaryItems[] = {
+    {nullptr, "Convert1", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 1},
+    {nullptr, "Convert2", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 2},
+    {nullptr, "Convert3", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 3},
+    {nullptr, "Convert4", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 4},
+};
+const MenuItem kGreyItems[] = {
+    {nullptr, "Convert5", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 5},
+    {nullptr, "Convert6", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 6},
+    {nullptr, "Convert7", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 7},
+    {nullptr, "Convert8", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 8},
+    {nullptr, "Convert9", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 9},
+    {nullptr, "Convert10", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 10},
+    {nullptr, "Convert11", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 11},
+    {nullptr, "Convert12", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 12},
+    {nullptr, "Convert13", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 13},
+    {nullptr, "Convert14", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 14},
+    {nullptr, "Convert15", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 15},
+    {nullptr, "Convert16", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 16},
+    {nullptr, "Convert17", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 17},
+};
+const MenuItem kColourItems[] = {
+    {nullptr, "Convert18", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 18},
+    {nullptr, "Convert19", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 19},
+    {nullptr, "Convert20", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 20},
+    {nullptr, "Convert21", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 21},
+    {nullptr, "Convert22", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 22},
+    {nullptr, "Convert23", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 23},
+    {nullptr, "Convert24", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 24},
+    {nullptr, "Convert25", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 25},
+    {nullptr, "Convert26", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 26},
+    {nullptr, "Convert27", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 27},
+    {nullptr, "Convert28", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 28},
+    {nullptr, "Convert29", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 29},
+    {nullptr, "Convert30", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 30},
+    {nullptr, "Convert31", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 31},
+};
+const MenuRecord kBinaryMenu = {"Convert to Binary",
+                                "MenuBinary",
+                                false,
+                                false,
+                                'B',
+                                kBinaryItems,
+                                static_cast<int>(std::size(kBinaryItems)),
+                                nullptr};
+const MenuRecord kGreyMenu = {"Convert to Grey",
+                              "MenuGrey",
+                              false,
+                              false,
+                              'G',
+                              kGreyItems,
+                              static_cast<int>(std::size(kGreyItems)),
+                              nullptr};
+const MenuRecord kColourMenu = {"Convert to Colors",
+                                "MenuColors",
+                                false,
+                                false,
+                                'o',
+                                kColourItems,
+                                static_cast<int>(std::size(kColourItems)),
+                                nullptr};
+
 const MenuItem kImageItems[] = {
     {"Undo", "Undo", K::kPush, "undo", "Ctrl+Z", 'U'},
     {"Crop", "Crop", K::kPush, "crop", "Ctrl+Y", 'C'},
     {"", "sep1", K::kSeparator},
+    {"Convert to Binary", "MenuBinary", K::kCascade, nullptr, nullptr, 'B', &kBinaryMenu},
+    {"Convert to Grey", "MenuGrey", K::kCascade, nullptr, nullptr, 'G', &kGreyMenu},
+    {"Convert to Colors", "MenuColors", K::kCascade, nullptr, nullptr, 'o', &kColourMenu},
+    {nullptr, "Convert32", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 32},
+    {"", "sep2", K::kSeparator},
     {"Swap", "MenuSwap", K::kCascade, nullptr, nullptr, 'w', &kSwapMenu},
 };
 

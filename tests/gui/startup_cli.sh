@@ -54,6 +54,13 @@ expect "WM_COMMAND" "$(xprop -id "$VIEW" WM_COMMAND)" \
   "WM_COMMAND(STRING) = { \"$VIMORA\", \"-visualid\", \"${default_id#0x}\", \"$PICTURE\", \"-own\" }"
 kill "$PID"; wait "$PID" 2>/dev/null; PID=
 
+# -full: the view covers the screen.
+start -full "$PICTURE"
+view_windows
+expect "full-screen geometry" "$(xwininfo -id "$VIEW" | awk '/Absolute|Width:|Height:/ {printf "%s ", $NF}')" \
+  "0 0 $(xwininfo -root | awk '/Width:|Height:/ {printf "%s ", $NF}')"
+kill "$PID"; wait "$PID" 2>/dev/null; PID=
+
 # A directory alone opens no view window.
 start "$(dirname "$PICTURE")"
 wait_for "$OUT" '^TEST browser '
