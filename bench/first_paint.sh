@@ -13,9 +13,12 @@ command -v feh >/dev/null || { echo "feh is missing: scripts/setup.sh bench" >&2
 [ -f "$build/build.ninja" ] ||
   cmake -S "$top" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVIMORA_TESTS=OFF >/dev/null
 cmake --build "$build" -j 2 --target vimora first_paint_probe >/dev/null
-picture=$build/bench/first_paint_24mp.jpg
-# A vertical red-to-blue ramp: the centre row is about (128, 0, 127).
-[ -f "$picture" ] || /usr/bin/convert -size 6000x4000 gradient:red-blue -quality 90 "$picture"
+picture=$build/bench/first_paint_24mp_noisy.jpg
+# A red-to-blue ramp with noise (about 9 MB, as a photograph of that size)
+# and a plain (128, 0, 127) block in the middle for the probe.
+[ -f "$picture" ] || /usr/bin/convert -size 6000x4000 gradient:red-blue -attenuate 0.5 \
+  +noise Gaussian -fill 'rgb(128,0,127)' -draw 'rectangle 2700,1800 3300,2200' -quality 90 \
+  "$picture"
 
 export VIMORA=$build/core/vimora PROBE=$build/bench/first_paint_probe PICTURE=$picture RUNS=$runs
 "$top/tests/with-xvfb" --size 1280x1024 bash -c '
