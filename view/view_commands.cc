@@ -26,7 +26,7 @@
 
 namespace {
 
-// --- Commands ---------------------------------------------------------------
+// Commands.
 
 void browseCmd(ViewWindow* v, Widget origin) {
   OpenBrowser(v ? v->shell : origin, browserDirectory.empty() ? nullptr : browserDirectory.c_str());
@@ -225,7 +225,7 @@ void ViewDoCommand(Widget widget, XEvent*, String* params, Cardinal* count) {
   RunViewCommand(ViewOfWidget(widget), params[0], widget);
 }
 
-// --- Keys -------------------------------------------------------------------
+// Keys.
 
 const char* const kViewTranslationLines[] = {
     "~Meta ~Alt ~Ctrl ~Shift<Key>osfRight: ViewKeyScroll(0)",
@@ -277,7 +277,7 @@ XtTranslations ViewTranslations() {
   return parsed;
 }
 
-// --- Tool bar ---------------------------------------------------------------
+// Tool bar.
 
 // The last six name operations of the Image menu that have no command word
 // yet: they stay insensitive.
@@ -354,7 +354,7 @@ Widget CreateViewToolBar(ViewWindow* v, Widget mainWindow) {
   return bar;
 }
 
-// --- Menus ------------------------------------------------------------------
+// Menus.
 
 namespace {
 
@@ -501,7 +501,7 @@ Widget addMenu(Widget bar, const MenuRecord& record, bool popup, Widget shell) {
   return cascade;
 }
 
-// --- Update functions -------------------------------------------------------
+// Update functions.
 
 Widget child(Widget pulldown, const char* name) { return XtNameToWidget(pulldown, name); }
 

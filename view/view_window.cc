@@ -32,9 +32,9 @@ constexpr int kHandCursorShape = 60;  // the hand glyph of the cursor font
 // Every open view, to find a view from any of its widgets.
 std::vector<ViewWindow*> openViews;
 
-// --- Pure rules -----------------------------------------------------------
-
 }  // namespace
+
+// The zoom, size and information-line rules.
 
 int16_t NextZoom(int16_t zoom, const char* text) {
   if (!text || (text[0] != '+' && text[0] != '-')) return zoom;
@@ -96,7 +96,7 @@ std::string ViewInfoText(const ImageRecord& picture, int16_t zoom) {
 
 namespace {
 
-// --- Loading ----------------------------------------------------------------
+// Loading.
 
 // Loads one picture and reports a failure (other than a stop) over `parent`.
 int loadReported(Widget parent, const char* path, int pictureIndex, ImageRecord* picture,
@@ -116,7 +116,7 @@ int loadReported(Widget parent, const char* path, int pictureIndex, ImageRecord*
   return result;
 }
 
-// --- Drawing ----------------------------------------------------------------
+// Drawing.
 
 int originX(const ViewWindow* v) { return -v->offsetX - v->scrollH; }
 int originY(const ViewWindow* v) { return -v->offsetY - v->scrollV; }
@@ -271,7 +271,7 @@ void resizeCB(Widget, XtPointer data, XtPointer) {
   redrawAll(v);
 }
 
-// --- Mouse ------------------------------------------------------------------
+// Mouse.
 
 void setScroll(Widget bar, int value) {
   int maximum = 0, slider = 0, minimum = 0;
@@ -381,7 +381,7 @@ void buttonReleaseHandler(Widget w, XtPointer data, XEvent* event, Boolean*) {
   }
 }
 
-// --- Destroy ----------------------------------------------------------------
+// Destroy.
 
 void destroyCB(Widget shell, XtPointer data, XtPointer) {
   ViewWindow* v = static_cast<ViewWindow*>(data);
@@ -443,7 +443,7 @@ Widget createWindow(ImageRecord& loaded, const char* path, int16_t formatIndex,
   initConverter(&v->converter, display, v->colormap, &v->visual);
   XtTranslations translations = ViewTranslations();
 
-  Arg args[12];
+  Arg args[8];
   Cardinal n = 0;
   XtSetArg(args[n], XmNwidth, 410), ++n;
   XtSetArg(args[n], XmNheight, 360), ++n;
