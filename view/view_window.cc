@@ -224,7 +224,7 @@ void copyExposeHandler(Widget, XtPointer data, XEvent* event, Boolean*) {
 }
 
 // Moves the shown part to new scroll values: the still-visible part is
-// copied, and only the uncovered strips are converted again.
+// copied, and only the uncovered strips are exposed and converted again.
 void scrollTo(ViewWindow* v, int newH, int newV) {
   const int dx = v->scrollH - newH, dy = v->scrollV - newV;
   if (dx == 0 && dy == 0) return;
@@ -242,14 +242,13 @@ void scrollTo(ViewWindow* v, int newH, int newV) {
   XCopyArea(dpy, win, win, v->gc, dx < 0 ? -dx : 0, dy < 0 ? -dy : 0, w - std::abs(dx),
             h - std::abs(dy), dx > 0 ? dx : 0, dy > 0 ? dy : 0);
   XSync(dpy, False);
-  auto strip = [](int x, int y, int sw, int sh) {
-    return XRectangle{static_cast<short>(x), static_cast<short>(y), static_cast<unsigned short>(sw),
-                      static_cast<unsigned short>(sh)};
-  };
-  if (dx > 0) paint(v, strip(0, 0, dx, h), true);
-  if (dx < 0) paint(v, strip(w + dx, 0, -dx, h), true);
-  if (dy > 0) paint(v, strip(0, 0, w, dy), true);
-  if (dy < 0) paint(v, strip(0, h + dy, w, -dy), true);
+  // The uncovered strips are cleared with exposure; the expose callback
+  // converts and draws them.
+  auto expose = [&](int x, int y, int sw, int sh) { XClearArea(dpy, win, x, y, sw, sh, True); };
+  if (dx > 0) expose(0, 0, dx, h);
+  if (dx < 0) expose(w + dx, 0, -dx, h);
+  if (dy > 0) expose(0, 0, w, dy);
+  if (dy < 0) expose(0, h + dy, w, -dy);
   drawSelection(v);
   TestLog("scrolled %d %d", newH, newV);
 }

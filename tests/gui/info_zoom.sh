@@ -25,7 +25,7 @@ set -- $layout
 aw=$1 ah=$2 ox=$7
 [ "$ah" -lt 256 ] || fail "the area is too high to scroll ($ah)"
 capture "$AREA" "$WORK/before.png"
-keys Down
+redrawn keys Down
 wait_for "$OUT" '^TEST scrolled 0 10$'
 capture "$AREA" "$WORK/after.png"
 $IM "$WORK/after.png" -crop "256x$((ah - 10))+${ox}+0" +repage "$WORK/shown.png"
@@ -37,7 +37,7 @@ if [ "$(xwininfo -root | awk '/Depth:/ {print $2}')" = 24 ]; then
   $IM "$WORK/small.png" -sample 1600% -crop "256x${ah}+0+10" +repage "$WORK/expected.png"
   expect "scrolled picture" "$(differing "$WORK/shown.png" "$WORK/expected.png")" 0
 fi
-keys Up
+redrawn keys Up
 wait_for "$OUT" '^TEST scrolled 0 0$'
 
 # A selection from picture pixel (2,1) to (6,5): 16 screen pixels a pixel.
