@@ -29,6 +29,43 @@ int LoadPicture(const char* path, ImageRecord* picture, int16_t formatIndex, int
   return imkLoad(path, picture, &options, nullptr) & 0xFF;
 }
 
+int LoadPictureWithProgress(const char* path, int32_t pictureIndex, ImageRecord* picture,
+                            int16_t* formatIndex, int32_t* pictureCount, ImkProgressFunc progress,
+                            char (*detail)[64]) {
+  LoadOptions options;
+  imkDefaultOption(&options);
+  options.flags = gSettings.loadIgnoreError ? 0x405 : 0x005;
+  options.reserved0 = 0;
+  options.reserved4 = 0;
+  options.reserved28 = 0;
+  options.reserved40 = 0;
+  options.progressData = 0;
+  options.reserved38 = 1;
+  options.formatIndex = *formatIndex;
+  options.pictureIndex = pictureIndex;
+  options.progress = progress;
+  options.pcdBase = static_cast<uint16_t>(gSettings.loadPcdBase);
+  options.grobBpp = static_cast<uint16_t>(gSettings.loadGrobBpp);
+  options.rawWidth = gSettings.loadWidth;
+  options.rawHeight = gSettings.loadHeight;
+  options.rawOffset = gSettings.loadOffset;
+  options.rawChannelOrder = static_cast<uint16_t>(gSettings.loadChannelOrder);
+  options.rawChannelType = static_cast<uint16_t>(gSettings.loadChannelType);
+  picture->palette = nullptr;
+  picture->pixels = nullptr;
+  FileInfo info;
+  std::memset(&info, 0, sizeof info);
+  info.formatIndex = *formatIndex;
+  const int result = imkLoad(path, picture, &options, &info) & 0xFF;
+  *formatIndex = info.formatIndex;
+  *pictureCount = info.pictureCount;
+  if (detail) {
+    std::memcpy(*detail, info.errorText, sizeof *detail);
+    (*detail)[sizeof *detail - 1] = '\0';
+  }
+  return result;
+}
+
 int CopyPicture(ImageRecord* source, ImageRecord* destination, bool rotated) {
   ImageRecord copy;
   std::memset(&copy, 0, sizeof copy);

@@ -12,6 +12,17 @@
 int LoadPicture(const char* path, ImageRecord* picture, int16_t formatIndex, int32_t fitWidth,
                 int32_t fitHeight);
 
+// The load used by view windows: picture `pictureIndex` of `path` with the
+// load settings applied and `progress` (may be null) called as the library
+// reads. `formatIndex` passes the known format in and receives the file's;
+// `pictureCount` receives the number of pictures in the file (both also after
+// a failure). Returns the low 8 bits of the library's result (15: stopped by
+// the progress function); `detail` receives the library's own text about a
+// failure.
+int LoadPictureWithProgress(const char* path, int32_t pictureIndex, ImageRecord* picture,
+                            int16_t* formatIndex, int32_t* pictureCount, ImkProgressFunc progress,
+                            char (*detail)[64]);
+
 // Makes a fresh copy of `source` (width and height exchanged, pixels left
 // for the caller, when `rotated`). Afterwards `destination` holds the source's
 // old buffers and `source` the copy; a picture that `destination` held is

@@ -67,6 +67,21 @@ ColormapRecord* acquireColormap(Display* display, const ImageRecord& picture,
 // record stays listed for reuse until freeAllColormaps.
 void releaseColormap(ColormapRecord* record);
 
+// Fills a new record of a PseudoColor or GrayScale visual: black and white
+// at 2 bits or less, the picture's palette in an own colormap, otherwise the
+// largest colour cube that can be allocated (8x8x4, 6x6x6, 4x8x4, 4x4x4,
+// then 2x2x2 whatever happens).
+void fillColormap(ColormapRecord* record, const ImageRecord& picture, int depth, bool wantOwn);
+
+// Allocates (read-only, `allocate` set) or stores (writable colormap, pixel =
+// cube index) an r x g x b cube, red outermost. A cube that cannot be
+// allocated in full is given back completely and false is returned.
+bool allocColorCube(ColormapRecord* record, uint32_t r, uint32_t g, uint32_t b, bool allocate);
+
+// Stores the picture's palette (or grey ramp; the 8x8x4 cube for a
+// true-colour picture) in the record's writable colormap, pixel = index.
+void storePalette(const ImageRecord& picture, ColormapRecord* record);
+
 // Stores the picture's palette again in a record with a private palette;
 // does nothing otherwise.
 void restorePalette(const ImageRecord& picture, ColormapRecord* record);

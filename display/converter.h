@@ -36,7 +36,26 @@ struct ImageConverter {
   const ImageRecord* picture;
   XShmSegmentInfo shm;
   bool useShm;
+  // Called after every tile put on the drawable; `converted` is false when
+  // the last tile was put again without converting. For instrumentation.
+  void (*tileHook)(void* data, const XRectangle& tile, bool converted);
+  void* tileHookData;
 };
+
+// The screen pixel of one colour at output position (x, y) by the rules the
+// converters use for the visual: the DisplayVisual rule on direct visuals,
+// the cube dither at 8 bits or more on mapped ones, the 16x16 threshold
+// rules at 4 and 2 bits; 0 at other depths.
+unsigned long screenPixel(const ColormapRecord* colormap, const DisplayVisual* visual, unsigned r,
+                          unsigned g, unsigned b, int x, int y);
+
+// The 16x16 threshold used on 4- and 2-bit visuals at output position (x, y).
+unsigned bayerThreshold(int x, int y);
+
+// Whether new converters may keep their tile in shared memory (MIT-SHM) when
+// the server offers it and is local. On by default unless the environment
+// sets VIMORA_NO_SHM; the pixels drawn are the same either way.
+void setConverterSharedMemory(bool allowed);
 
 // Makes the tile image and clears the tables (once per window).
 void initConverter(ImageConverter* converter, Display* display, ColormapRecord* colormap,

@@ -34,6 +34,10 @@ enum ToolBarIcon {
 const IconImage& toolBarStrip();
 const IconImage& appIcon64();
 const IconImage& appIcon32();
+// Tree icons (16 x 16), whose colour tables list only the colours they use.
+const IconImage& treeFolderClosedIcon();
+const IconImage& treeFolderOpenIcon();
+const IconImage& treeFileIcon();
 
 // A pixmap of sub-icon `index` of a strip of icons `width` wide (a width
 // below 1 takes the whole icon); transparent pixels get the widget's

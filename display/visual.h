@@ -30,6 +30,10 @@ void chooseVisual(Display* display, int32_t requestedId, DisplayVisual* out);
 // display cannot be opened.
 void listVisuals();
 
+// The number of the screen that offers `visual` (the default screen when none
+// does).
+int screenOfVisual(Display* display, const Visual* visual);
+
 // A direct-visual pixel for 8-bit channel values (the DisplayVisual rule).
 inline unsigned long directPixel(const DisplayVisual& v, unsigned r, unsigned g, unsigned b) {
   return ((static_cast<unsigned long>(r * v.redLevels) >> 8) << v.redShift) |

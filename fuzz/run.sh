@@ -79,13 +79,14 @@ run_one() {  # run_one READER
     -max_total_time="$seconds" -max_len=16384 -rss_limit_mb=2048 -timeout=20 \
     -print_final_stats=1 -artifact_prefix="$dir/artifacts/" "$dir/corpus" "$dir/seeds" \
     >"$dir/log" 2>&1) || true
-  local execs units crashes cpu
+  local execs units crashes slow cpu
   execs=$(awk '/stat::number_of_executed_units/{print $2}' "$dir/log" | tail -1)
   units=$(find "$dir/corpus" -type f | wc -l)
-  crashes=$(find "$dir/artifacts" -type f | wc -l)
-  cpu=$(awk '{printf "%.0f", $1 + $2}' "$dir/cpu" 2>/dev/null || echo "?")
-  printf '%-5s %12s executions %6s s cpu %6d seeds %6d corpus %3d findings\n' \
-    "$reader" "${execs:-?}" "$cpu" "$nseeds" "$units" "$crashes" | tee "$dir/summary"
+  crashes=$(find "$dir/artifacts" -type f ! -name 'slow-unit-*' | wc -l)
+  slow=$(find "$dir/artifacts" -type f -name 'slow-unit-*' | wc -l)
+  cpu=$(tail -1 "$dir/cpu" 2>/dev/null | awk '{printf "%.0f", $1 + $2}')
+  printf '%-5s %12s executions %6s s cpu %6d seeds %6d corpus %3d findings %3d slow inputs\n' \
+    "$reader" "${execs:-?}" "${cpu:-?}" "$nseeds" "$units" "$crashes" "$slow" | tee "$dir/summary"
 }
 
 : >"$work/empty.rc"  # built-in save settings for pixbatch

@@ -325,7 +325,10 @@ int decodeUncompressed(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decod
 // Some writers encode the padding of a row as pixels (a run ending at the
 // 4-byte boundary an uncompressed row would have): those surplus pixels are
 // dropped. Codes reaching beyond that, or outside the picture, are damage.
-int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decoded) {
+// Without a picture the codes are only followed: `reached` tells how many
+// rows they cover, before anything is allocated.
+int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture* pic, Decoded& decoded,
+              int* reached = nullptr) {
   const bool four = L.compression == kBiRle4;
   ByteReader r(ctx.data, ctx.size);
   r.seek(L.dataOffset);
@@ -340,12 +343,23 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decod
     return false;
   };
   auto store = [&](int n, auto pick) {
-    uint8_t* dst = pic.row(h - 1 - y);
     decoded.rows = y + 1;
-    const int64_t end = std::min<int64_t>(x + n, w);
-    for (int64_t i = x; i < end; ++i) dst[i] = pick(static_cast<int>(i - x));
+    if (pic) {
+      uint8_t* dst = pic->row(h - 1 - y);
+      const int64_t end = std::min<int64_t>(x + n, w);
+      for (int64_t i = x; i < end; ++i) dst[i] = pick(static_cast<int>(i - x));
+    }
     x += n;
   };
+  auto progress = [&] { return pic && ctx.advanceProgress(y); };
+  struct Reach {
+    int* out;
+    const int& y;
+    const int64_t& x;
+    ~Reach() {
+      if (out) *out = y + (x > 0);
+    }
+  } reach{reached, y, x};
   while (y < h) {
     const uint8_t count = r.u8();
     const uint8_t value = r.u8();
@@ -364,7 +378,7 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decod
       case 0:  // end of line
         x = 0;
         ++y;
-        if (ctx.advanceProgress(y)) return IMK_ERR_STOPPED;
+        if (progress()) return IMK_ERR_STOPPED;
         break;
       case 1:  // end of bitmap
         // An early end in a file shorter than its header says is a cut file
@@ -383,7 +397,7 @@ int decodeRle(ReadContext& ctx, const BmpLayout& L, Picture& pic, Decoded& decod
           decoded.note("RLE delta outside picture");
           return IMK_OK;
         }
-        if (dy && ctx.advanceProgress(y)) return IMK_ERR_STOPPED;
+        if (dy && progress()) return IMK_ERR_STOPPED;
         break;
       }
       default: {  // absolute run of `value` pixels, padded to 16 bits
@@ -456,11 +470,25 @@ int infoBmp(ReadContext& ctx) {
 int readBmp(ReadContext& ctx, Picture& out) {
   BmpLayout L;
   if (int rc = parseHeaders(ctx, L)) return rc;
-  // Without IMK_FLAG_IGNORE_ERRORS a file too short for its uncompressed
-  // pixels fails before anything is allocated.
-  if (!compressed(L) && !ctx.ignoreErrors() &&
-      ctx.size - L.dataOffset < rowBytes(L.width, L.bits) * L.height)
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  // A file too short for its uncompressed pixels fails before anything is
+  // allocated. (Run-length data has no such bound: its codes may skip rows
+  // or end the picture early.)
+  if (!compressed(L))
+    if (int rc = ctx.requireData(uint64_t{rowBytes(L.width, L.bits)} * L.height,
+                                 ctx.size - L.dataOffset))
+      return rc;
+  // Run-length codes can skip rows or end the picture early, so their size
+  // says little. A picture larger than delta codes could cover with this
+  // many bytes (4 bytes for 255 x 255 pixels) must have codes reaching a fair
+  // share of its rows.
+  if (compressed(L) && uint64_t{static_cast<uint32_t>(L.width)} * L.height >
+                           uint64_t{ctx.size} / 4 * 255 * 255) {
+    Decoded scan;
+    int reached = 0;
+    decodeRle(ctx, L, nullptr, scan, &reached);
+    if (static_cast<uint64_t>(L.height) / ReadContext::kLeastShare > static_cast<uint64_t>(reached))
+      return ctx.fail(IMK_ERR_BAD_FILE, "too little data for the picture");
+  }
   const uint16_t kind = L.bits <= 8 ? IMK_MAPPED : L.hasAlpha ? IMK_RGBX : IMK_RGB;
   if (!sizeAcceptable(L.width, L.height, bytesPerPixelOf(kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");
@@ -468,7 +496,7 @@ int readBmp(ReadContext& ctx, Picture& out) {
   if (ctx.beginProgress(L.height)) return IMK_ERR_STOPPED;
   Decoded decoded;
   const int rc =
-      compressed(L) ? decodeRle(ctx, L, out, decoded) : decodeUncompressed(ctx, L, out, decoded);
+      compressed(L) ? decodeRle(ctx, L, &out, decoded) : decodeUncompressed(ctx, L, out, decoded);
   if (rc) return rc;
   if (L.bits <= 8) finishPalette(ctx, L, out, decoded);
   if (decoded.damage) return ctx.damaged(IMK_ERR_CORRUPT, decoded.damage);

@@ -198,7 +198,7 @@ int dibEntry(ReadContext& ctx, const uint8_t* data, size_t size, Picture& out) {
   const Transparency t = transparencyOf(rows);
   const size_t need =
       t.alphaBytes || !d.hasMask ? d.andOffset : d.andOffset + d.andStride * d.height;
-  if (need > size && !ctx.ignoreErrors()) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  if (int rc = ctx.requireData(need, size)) return rc;
   const uint16_t kind = t.any ? IMK_RGBX : d.bits <= 8 ? IMK_MAPPED : IMK_RGB;
   if (!out.allocate(kind, d.width, d.height)) return ctx.fail(IMK_ERR_MEMORY, "not enough memory");
   ImageRecord& rec = out.rec();

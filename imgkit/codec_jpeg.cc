@@ -154,30 +154,6 @@ bool outputDimensions(Decoder* d) {
   return true;
 }
 
-inline uint8_t mul255(unsigned a, unsigned b) {
-  const unsigned x = a * b + 128;  // exact rounding of a*b/255 for a,b <= 255
-  return static_cast<uint8_t>((x + (x >> 8)) >> 8);
-}
-
-// CMYK to R,G,B. Files with an Adobe marker store the inks inverted (0 = full
-// ink), which libjpeg passes through unchanged.
-void cmykRowToRgb(const uint8_t* in, uint8_t* out, JDIMENSION width, bool inverted) {
-  if (inverted) {
-    for (JDIMENSION x = 0; x < width; ++x, in += 4, out += 3) {
-      out[0] = mul255(in[0], in[3]);
-      out[1] = mul255(in[1], in[3]);
-      out[2] = mul255(in[2], in[3]);
-    }
-  } else {
-    for (JDIMENSION x = 0; x < width; ++x, in += 4, out += 3) {
-      const unsigned k = 255u - in[3];
-      out[0] = mul255(255u - in[0], k);
-      out[1] = mul255(255u - in[1], k);
-      out[2] = mul255(255u - in[2], k);
-    }
-  }
-}
-
 enum class DecodeResult { kDone, kError, kStopped };
 
 // Runs the decompression into `rows` (one pointer per output row), reporting

@@ -358,11 +358,6 @@ Colour colourOf(const opj_image_t& image) {
 
 inline uint8_t clamp8(int v) { return static_cast<uint8_t>(std::clamp(v, 0, 255)); }
 
-inline uint8_t mul255(unsigned a, unsigned b) {
-  const unsigned x = a * b + 128;  // a*b/255 rounded, for a, b <= 255
-  return static_cast<uint8_t>((x + (x >> 8)) >> 8);
-}
-
 // Y, Cb, Cr (each 8 bits, chroma centred on 128) to R,G,B in place, with
 // the coefficients in 16-bit fixed point.
 void yccRowToRgb(uint8_t* px, int32_t width) {
@@ -371,16 +366,6 @@ void yccRowToRgb(uint8_t* px, int32_t width) {
     px[0] = clamp8(y + ((91881 * cr + 32768) >> 16));
     px[1] = clamp8(y - ((22554 * cb + 46802 * cr - 32768) >> 16));
     px[2] = clamp8(y + ((116130 * cb + 32768) >> 16));
-  }
-}
-
-// C,M,Y,K (ink amounts, 255 = full ink) to R,G,B.
-void cmykRowToRgb(const uint8_t* in, uint8_t* out, int32_t width) {
-  for (int32_t x = 0; x < width; ++x, in += 4, out += 3) {
-    const unsigned k = 255u - in[3];
-    out[0] = mul255(255u - in[0], k);
-    out[1] = mul255(255u - in[1], k);
-    out[2] = mul255(255u - in[2], k);
   }
 }
 
@@ -427,7 +412,7 @@ int convert(ReadContext& ctx, const opj_image_t& image, Picture& out) {
       for (int32_t x = 0; x < width; ++x) row[4 * x + 1] = row[4 * x + 2] = row[4 * x];
     } else if (colour == Colour::kCmyk) {
       for (uint32_t c = 0; c < 4; ++c) channels[c].row(y, cmyk.data() + c, 4);
-      cmykRowToRgb(cmyk.data(), row, width);
+      cmykRowToRgb(cmyk.data(), row, static_cast<size_t>(width), false);
     } else {
       for (uint32_t c = 0; c < used; ++c) channels[c].row(y, row + c, rec.bytesPerPixel);
       if (colour == Colour::kYcc) yccRowToRgb(row, width);

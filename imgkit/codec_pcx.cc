@@ -263,12 +263,10 @@ int decodePage(ReadContext& ctx, const PcxPage& P, Picture& out) {
   }
   const size_t lineBytes = P.lineBytes();
   const size_t available = static_cast<size_t>(end - P.data) - kHeaderSize;
-  // Without IMK_FLAG_IGNORE_ERRORS a file too short for its pixels fails before
-  // anything is allocated: plain data needs every byte, a run code at most
-  // gives 63 bytes for 2.
+  // A file too short for its pixels fails before anything is allocated:
+  // plain data needs every byte, a run code gives at most 63 bytes for 2.
   const uint64_t needed = uint64_t{lineBytes} * P.height;
-  if (!ctx.ignoreErrors() && (P.rle ? available * 63 / 2 < needed : available < needed))
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  if (int rc = ctx.requireData(P.rle ? (needed * 2 + 62) / 63 : needed, available)) return rc;
 
   const uint16_t kind = P.trueColor() ? (P.planes == 4 ? IMK_RGBX : IMK_RGB) : IMK_MAPPED;
   if (!sizeAcceptable(P.width, P.height, bytesPerPixelOf(kind)))

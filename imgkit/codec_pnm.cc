@@ -349,7 +349,7 @@ int readPnm(ReadContext& ctx, Picture& out) {
   const uint64_t least = !h.plain()       ? h.rawRowBytes() * h.height
                          : h.magic == '1' ? total
                                           : 2 * total - 1;
-  if (!ctx.ignoreErrors() && r.remaining() < least) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  if (int rc = ctx.requireData(least, r.remaining())) return rc;
   const uint16_t kind = kindOf(h);
   if (!sizeAcceptable(h.width, h.height, bytesPerPixelOf(kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

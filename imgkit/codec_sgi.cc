@@ -188,9 +188,9 @@ int readSgi(ReadContext& ctx, Picture& out) {
     for (uint64_t i = 0; i < planeRows && !ctx.ignoreErrors(); ++i)
       if (uint64_t{be32(starts + 4 * i)} + be32(lengths + 4 * i) > ctx.size)
         return ctx.fail(IMK_ERR_CORRUPT, "bad RLE row offset");
-  } else if (!ctx.ignoreErrors() &&
-             kHeaderSize + planeRows * static_cast<uint32_t>(L.width) * L.bpc > ctx.size) {
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  } else if (int rc = ctx.requireData(planeRows * static_cast<uint32_t>(L.width) * L.bpc,
+                                      ctx.size - kHeaderSize)) {
+    return rc;
   }
   if (!sizeAcceptable(L.width, L.height, bytesPerPixelOf(L.kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

@@ -29,8 +29,6 @@ constexpr uint32_t kMagic = 0x5380F634;
 constexpr size_t kHeaderSize = 104;
 // More packets than channels can only come from a broken file.
 constexpr int kMaxPackets = 8;
-// A damaged file must hold at least 1/kLeastShare of its rows.
-constexpr uint64_t kLeastShare = 64;
 
 enum : uint8_t { kUncompressed = 0, kPureRun = 1, kMixedRun = 2 };
 enum : uint8_t { kRed = 0x80, kGreen = 0x40, kBlue = 0x20, kAlpha = 0x10 };
@@ -161,12 +159,7 @@ int read(ReadContext& ctx, Picture& out) {
     else
       leastPerRow += std::min((w + 127) / 128 * (1 + n), (w + 65534) / 65535 * (3 + n));
   }
-  // Missing data fails before anything is allocated, unless errors are
-  // ignored; data for less than 1/64 of the rows is refused even then.
-  const uint64_t least = leastPerRow * h.height, present = ctx.size - h.dataOffset;
-  if (least > present && !ctx.ignoreErrors()) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
-  if (least > present * kLeastShare)
-    return ctx.fail(IMK_ERR_BAD_FILE, "too little data for the picture");
+  if (int rc = ctx.requireData(leastPerRow * h.height, ctx.size - h.dataOffset)) return rc;
   const uint16_t kind = h.alpha ? IMK_RGBX : IMK_RGB;
   if (!sizeAcceptable(h.width, h.height, bytesPerPixelOf(kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

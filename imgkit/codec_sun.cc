@@ -170,11 +170,9 @@ int readSun(ReadContext& ctx, Picture& out) {
   const bool rle = L.type == kTypeEncoded;
   const uint64_t needed = uint64_t{L.rowBytes} * static_cast<uint32_t>(L.height);
   const size_t available = ctx.size - L.dataOffset;
-  // Without IMK_FLAG_IGNORE_ERRORS a file too short for its pixels fails
-  // before anything is allocated: a run code gives at most 256 bytes for 3.
-  if (!ctx.ignoreErrors() &&
-      (rle ? available / 3 * 256 + available % 3 < needed : available < needed))
-    return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  // A file too short for its pixels fails before anything is allocated: a
+  // run code gives at most 256 bytes for 3.
+  if (int rc = ctx.requireData(rle ? (needed + 255) / 256 * 3 : needed, available)) return rc;
   if (!sizeAcceptable(L.width, L.height, bytesPerPixelOf(L.kind)))
     return ctx.fail(IMK_ERR_BAD_FILE, "picture too large");
   if (!out.allocate(L.kind, L.width, L.height))

@@ -298,10 +298,10 @@ int readTga(ReadContext& ctx, Picture& out) {
   const int bpp = L.pixelBytes();
   const uint64_t pixels = uint64_t{static_cast<uint32_t>(L.width)} * L.height;
   const size_t available = ctx.size - L.dataOffset;
-  // Without IMK_FLAG_IGNORE_ERRORS a file too short for its pixels fails
-  // before anything is allocated; a packet holds at most 128 pixels.
+  // A file too short for its pixels fails before anything is allocated; a
+  // packet holds at most 128 pixels.
   const uint64_t needed = L.rle ? (pixels + kMaxPacket - 1) / kMaxPacket * (1 + bpp) : pixels * bpp;
-  if (!ctx.ignoreErrors() && available < needed) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
+  if (int rc = ctx.requireData(needed, available)) return rc;
 
   const bool alpha = L.alphaCandidate();
   const uint16_t kind = alpha                   ? IMK_RGBX

@@ -90,8 +90,6 @@ bool parseNumber(std::string_view s, uint32_t* out) {
   return true;
 }
 
-// A damaged file must hold at least 1/kLeastShare of its values.
-constexpr uint64_t kLeastShare = 64;
 
 bool endsWith(std::string_view s, std::string_view tail) {
   return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
@@ -182,9 +180,7 @@ int read(ReadContext& ctx, Picture& out) {
   // fail before anything is allocated, unless errors are ignored; text for
   // less than 1/64 of the values is refused even then.
   const uint64_t least = units * 2 - 1;
-  if (least > s.remaining() && !ctx.ignoreErrors()) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
-  if (least > s.remaining() * kLeastShare)
-    return ctx.fail(IMK_ERR_BAD_FILE, "too little data for the picture");
+  if (int rc = ctx.requireData(least, s.remaining())) return rc;
   if (!out.allocate(IMK_BINARY, static_cast<int32_t>(h.width), static_cast<int32_t>(h.height)))
     return sizeAcceptable(h.width, h.height, 1) ? ctx.fail(IMK_ERR_MEMORY, "not enough memory")
                                                 : ctx.fail(IMK_ERR_BAD_FILE, "picture too large");

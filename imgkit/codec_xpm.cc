@@ -299,8 +299,6 @@ struct XpmHeader {
 };
 
 constexpr uint32_t kMaxCharsPerPixel = 8;
-// A damaged file must hold at least 1/kLeastShare of its pixel codes.
-constexpr uint64_t kLeastShare = 64;
 
 int parseHeader(ReadContext& ctx, const std::vector<std::string_view>& strings, XpmHeader& h) {
   if (strings.empty()) return ctx.fail(IMK_ERR_BAD_FILE, "no XPM values line");
@@ -403,7 +401,7 @@ int read(ReadContext& ctx, Picture& out) {
   // ignored; a file holding less than 1/64 of its pixel codes is refused
   // even then (the picture's memory would be out of all proportion).
   if (rowsPresent < h.height && !ctx.ignoreErrors()) return ctx.fail(IMK_ERR_CORRUPT, "truncated");
-  if (uint64_t{h.width} * h.height * h.cpp > uint64_t{ctx.size} * kLeastShare)
+  if (uint64_t{h.width} * h.height * h.cpp > uint64_t{ctx.size} * ReadContext::kLeastShare)
     return ctx.fail(IMK_ERR_BAD_FILE, "too little data for the picture");
 
   std::vector<Colour> colours(h.colours);

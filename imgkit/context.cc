@@ -37,6 +37,12 @@ int ReadContext::damaged(int code, const char* text) {
   return ignoreErrors() ? IMK_OK : code;
 }
 
+int ReadContext::requireData(uint64_t least, uint64_t present) {
+  if (least > present && !ignoreErrors()) return fail(IMK_ERR_CORRUPT, "truncated");
+  if (least / kLeastShare > present) return fail(IMK_ERR_BAD_FILE, "too little data for the picture");
+  return IMK_OK;
+}
+
 bool ReadContext::reduceTarget(int32_t* fitWidth, int32_t* fitHeight) const {
   if (!(options.flags & IMK_FLAG_REDUCE) || options.fitWidth <= 0 || options.fitHeight <= 0)
     return false;

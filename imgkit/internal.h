@@ -138,6 +138,14 @@ int bytesPerPixelOf(uint16_t type);
 inline uint8_t greyLevelIntensity(int level, int count) {
   return count <= 1 ? 0 : static_cast<uint8_t>(level * 255 / (count - 1));
 }
+// a * b / 255 rounded exactly, for a, b <= 255.
+inline uint8_t mul255(unsigned a, unsigned b) {
+  const unsigned x = a * b + 128;
+  return static_cast<uint8_t>((x + (x >> 8)) >> 8);
+}
+// C,M,Y,K rows to R,G,B: ink amounts (255 = full ink), or with `inverted`
+// the inverted inks some writers store (0 = full ink).
+void cmykRowToRgb(const uint8_t* in, uint8_t* out, size_t width, bool inverted);
 // Sets palette entries 0..count-1 to the grey ramp of `count` levels.
 void fillGreyPalette(ImageRecord& rec, int count);
 // Converts row y of any kind to 8-bit R,G,B triples (binary 0/255, grey via
@@ -208,6 +216,13 @@ class ReadContext {
   // picture is kept (returns 0, text recorded); otherwise returns `code`.
   int damaged(int code, const char* text);
   const std::string& errorText() const { return errorText_; }
+  // Before a reader allocates: the `present` bytes left must hold the
+  // `least` bytes the picture needs. Short data fails ("truncated") unless
+  // errors are ignored, and data for less than 1/kLeastShare of the picture
+  // fails even then, so a tiny damaged file never makes a reader allocate a
+  // huge picture. Returns 0 or the error code.
+  static constexpr uint64_t kLeastShare = 64;
+  int requireData(uint64_t least, uint64_t present);
 
   // Progress over `total` units of work (rows, say). begin() reports step 0;
   // advance(done) reports further steps. Both return true when the caller

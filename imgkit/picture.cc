@@ -253,3 +253,18 @@ extern "C" void imkFree(ImageRecord* picture) {
   picture->palette = nullptr;
   picture->pixels = nullptr;
 }
+
+void imk::cmykRowToRgb(const uint8_t* in, uint8_t* out, size_t width, bool inverted) {
+  for (size_t x = 0; x < width; ++x, in += 4, out += 3) {
+    if (inverted) {
+      out[0] = mul255(in[0], in[3]);
+      out[1] = mul255(in[1], in[3]);
+      out[2] = mul255(in[2], in[3]);
+    } else {
+      const unsigned k = 255u - in[3];
+      out[0] = mul255(255u - in[0], k);
+      out[1] = mul255(255u - in[1], k);
+      out[2] = mul255(255u - in[2], k);
+    }
+  }
+}

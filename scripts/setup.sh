@@ -17,7 +17,7 @@ test_packages=(
   webp libopenjp2-tools libheif-examples clang
   xvfb xauth x11-utils x11-apps x11-xserver-utils xdotool xfonts-base xfonts-75dpi
 )
-bench_packages=(graphicsmagick libvips-tools hyperfine linux-perf)
+bench_packages=(graphicsmagick libvips-tools hyperfine linux-perf feh)
 
 wanted=("${build_packages[@]}")
 case "${1:-build}" in

@@ -236,4 +236,68 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, Readers, testing::ValuesIn(kCases),
                            return std::string(info.param.format) + "_" + std::to_string(info.index);
                          });
 
+// A header that claims a huge picture over a few bytes of data is refused
+// even when errors are ignored, before the reader allocates the picture; a
+// damaged file holding a fair share of its data still loads in part.
+std::vector<uint8_t> bytesOf(const std::string& text) { return {text.begin(), text.end()}; }
+
+// A BMP header: 24-bit uncompressed, or 8-bit with a grey palette and the
+// given compression (1 = RLE8).
+std::vector<uint8_t> bmpHeader(int32_t width, int32_t height, int bits = 24, int compression = 0) {
+  const uint32_t paletteBytes = bits == 8 ? 1024 : 0;
+  std::vector<uint8_t> b(54 + paletteBytes, 0);
+  auto put32 = [&](size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + i] = static_cast<uint8_t>(v >> (8 * i));
+  };
+  b[0] = 'B', b[1] = 'M';
+  put32(10, 54 + paletteBytes);
+  put32(14, 40);
+  put32(18, static_cast<uint32_t>(width));
+  put32(22, static_cast<uint32_t>(height));
+  b[26] = 1;  // planes
+  b[28] = static_cast<uint8_t>(bits);
+  b[30] = static_cast<uint8_t>(compression);
+  for (uint32_t i = 0; i < paletteBytes / 4; ++i) b[54 + 4 * i] = b[55 + 4 * i] = b[56 + 4 * i] = i;
+  return b;
+}
+
+TEST(DamagedFiles, AHugeHeaderOverAlmostNoDataIsRefusedEvenWhenErrorsAreIgnored) {
+  test::TempDir dir;
+  std::vector<uint8_t> bmp = bmpHeader(4000, 4000);
+  bmp.resize(bmp.size() + 300, 0x80);
+  // Run-length codes covering two rows of a picture of 262293.
+  std::vector<uint8_t> rle = bmpHeader(227, 262293, 8, 1);
+  for (uint8_t code : {200, 7, 27, 9, 0, 0, 100, 3, 0, 0}) rle.push_back(code);
+  const std::pair<const char*, std::vector<uint8_t>> kFiles[] = {
+      {"p3.ppm", bytesOf("P3\n1025105 17\n3\n0 1 2 3 2 1")},
+      {"p6.ppm", bytesOf("P6\n4000 4000\n255\n" + std::string(300, 'x'))},
+      {"p1.pbm", bytesOf("P1\n5000 5000\n0101")},
+      {"huge.bmp", bmp},
+      {"rle.bmp", rle},
+      {"huge.xbm", bytesOf("#define a_width 9000\n#define a_height 9000\n"
+                           "static char a_bits[] = {0x00, 0x01};\n")},
+  };
+  for (const auto& [name, bytes] : kFiles) {
+    const std::string path = dir.file(name);
+    test::writeFile(path, bytes);
+    test::OwnedPicture pic;
+    EXPECT_EQ(test::load(path, pic, 0, IMK_FLAG_IGNORE_ERRORS), IMK_ERR_BAD_FILE) << name;
+    EXPECT_EQ(pic->pixels, nullptr) << name;
+  }
+  // A small run-length picture may end at once: all background.
+  std::vector<uint8_t> empty = bmpHeader(100, 100, 8, 1);
+  for (uint8_t code : {0, 1}) empty.push_back(code);
+  test::writeFile(dir.file("empty.bmp"), empty);
+  test::OwnedPicture blank;
+  ASSERT_EQ(test::load(dir.file("empty.bmp"), blank), IMK_OK);
+  EXPECT_EQ(blank->height, 100);
+  // A quarter of the pixels present: a partial picture with errors ignored.
+  const std::string quarter = dir.file("quarter.ppm");
+  test::writeFile(quarter, bytesOf("P6\n64 64\n255\n" + std::string(64 * 64 * 3 / 4, 'x')));
+  test::OwnedPicture pic;
+  EXPECT_EQ(test::load(quarter, pic), IMK_ERR_CORRUPT);
+  ASSERT_EQ(test::load(quarter, pic, 0, IMK_FLAG_IGNORE_ERRORS), IMK_OK);
+  EXPECT_EQ(pic->height, 64);
+}
+
 }  // namespace

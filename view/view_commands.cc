@@ -1,0 +1,777 @@
+// View commands: the word table, the key translations, the menus and the
+// tool bar; all of them end in RunViewCommand.
+#include "view/view_commands.h"
+
+#include <Xm/CascadeB.h>
+#include <Xm/PushB.h>
+#include <Xm/RowColumn.h>
+#include <Xm/SeparatoG.h>
+#include <Xm/ToggleB.h>
+#include <Xm/Xm.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "core/app.h"
+#include "core/picture_io.h"
+#include "core/settings.h"
+#include "core/test_log.h"
+#include "display/icons.h"
+#include "process/conversion_items.h"
+#include "process/geometry.h"
+#include "view/view_window.h"
+#include "widgets/message_box.h"
+
+namespace {
+
+// Commands.
+
+void browseCmd(ViewWindow* v, Widget origin) {
+  OpenBrowser(v ? v->shell : origin, browserDirectory.empty() ? nullptr : browserDirectory.c_str());
+}
+
+void slideShowCmd(ViewWindow* v, Widget origin) { StartSlideShow(v ? v->shell : origin, nullptr); }
+
+void reopenCmd(ViewWindow* v, Widget) {
+  if (!v) return;
+  ImageRecord picture;
+  std::memset(&picture, 0, sizeof picture);
+  int16_t formatIndex = v->formatIndex;
+  int32_t count = 0;
+  char detail[64] = "";
+  FreePicture(&v->picture);
+  FreePicture(&v->undoPicture);
+  const int result = LoadPictureWithProgress(v->path, v->pictureIndex, &picture, &formatIndex,
+                                             &count, nullptr, &detail);
+  if (result == 0) {
+    v->picture = picture;
+    v->formatIndex = formatIndex;
+    v->pictureCount = count;
+  } else {
+    FreePicture(&picture);
+  }
+  v->modified = false;
+  ViewPictureChanged(v);
+}
+
+void closeCmd(ViewWindow* v, Widget) {
+  if (v) CloseView(v);
+}
+
+void quitCmd(ViewWindow*, Widget) { QuitProgram(); }
+
+void undoCmd(ViewWindow* v, Widget) {
+  if (!v || !v->undoPicture.pixels) return;
+  std::swap(v->picture, v->undoPicture);
+  v->modified = true;
+  ViewPictureChanged(v);
+}
+
+void cropCmd(ViewWindow* v, Widget) {
+  if (!v || !v->selectionPresent) return;
+  ImageRecord result;
+  std::memset(&result, 0, sizeof result);
+  if (process::cropPicture(&v->picture, &result, v->selectionX, v->selectionY, v->selectionWidth,
+                           v->selectionHeight) != 0) {
+    ShowMessage(v->shell, "Error", "Not enough memory", true);
+    return;
+  }
+  FreePicture(&v->undoPicture);
+  if (gSettings.viewUseUndo)
+    v->undoPicture = v->picture;
+  else
+    FreePicture(&v->picture);
+  v->picture = result;
+  v->modified = true;
+  ViewPictureChanged(v);
+}
+
+// The window takes the size that shows the whole scaled picture (within the
+// screen).
+void fitWindowToPicture(ViewWindow* v) {
+  Dimension shellW = 0, shellH = 0, areaW = 0, areaH = 0;
+  XtVaGetValues(v->shell, XmNwidth, &shellW, XmNheight, &shellH, nullptr);
+  XtVaGetValues(v->drawingArea, XmNwidth, &areaW, XmNheight, &areaH, nullptr);
+  Screen* s = XtScreen(v->shell);
+  const int w = std::clamp(shellW + v->converter.outWidth - areaW, 64, WidthOfScreen(s));
+  const int h = std::clamp(shellH + v->converter.outHeight - areaH, 64, HeightOfScreen(s));
+  XtVaSetValues(v->shell, XmNwidth, w, XmNheight, h, nullptr);
+}
+
+void adaptiveCmd(ViewWindow* v, Widget) {
+  if (!v) return;
+  v->adaptive = !v->adaptive;
+  if (v->adaptive) fitWindowToPicture(v);
+  UpdateViewSensitivity(v);
+}
+
+void fitCmd(ViewWindow* v, Widget) {
+  if (!v) return;
+  v->fitMode = !v->fitMode;
+  RelayoutView(v);
+  if (XtIsRealized(v->drawingArea))
+    XClearArea(XtDisplay(v->drawingArea), XtWindow(v->drawingArea), 0, 0, 0, 0, True);
+  ShowInfo(v);
+}
+
+void fullScreenCmd(ViewWindow* v, Widget) {
+  if (!v) return;
+  if (!v->fullScreenOn) {
+    XtVaGetValues(v->shell, XmNx, &v->savedX, XmNy, &v->savedY, XmNwidth, &v->savedWidth, XmNheight,
+                  &v->savedHeight, nullptr);
+    Screen* s = XtScreen(v->shell);
+    XtVaSetValues(v->shell, XmNx, 0, XmNy, 0, XmNwidth, WidthOfScreen(s), XmNheight,
+                  HeightOfScreen(s), nullptr);
+    if (XtIsRealized(v->shell)) XRaiseWindow(XtDisplay(v->shell), XtWindow(v->shell));
+  } else {
+    XtVaSetValues(v->shell, XmNx, v->savedX, XmNy, v->savedY, XmNwidth, v->savedWidth, XmNheight,
+                  v->savedHeight, nullptr);
+  }
+  v->fullScreenOn = !v->fullScreenOn;
+}
+
+void toggleManaged(Widget w) {
+  if (XtIsManaged(w))
+    XtUnmanageChild(w);
+  else
+    XtManageChild(w);
+}
+
+void statusBarCmd(ViewWindow* v, Widget) {
+  if (!v) return;
+  toggleManaged(v->infoLabel);
+  UpdateViewSensitivity(v);
+}
+
+void toolBarCmd(ViewWindow* v, Widget) {
+  if (!v) return;
+  toggleManaged(v->toolBar);
+  UpdateViewSensitivity(v);
+}
+
+void zoomInCmd(ViewWindow* v, Widget) {
+  if (v) ZoomView(v, "+1");
+}
+void zoomOutCmd(ViewWindow* v, Widget) {
+  if (v) ZoomView(v, "-1");
+}
+
+void firstCmd(ViewWindow* v, Widget) {
+  if (v) ShowListFile(v, 0);
+}
+void lastCmd(ViewWindow* v, Widget) {
+  if (v) ShowListFile(v, static_cast<int>(v->fileList.size()) - 1);
+}
+void nextCmd(ViewWindow* v, Widget) {
+  if (v) ShowListFile(v, v->filePosition + 1);
+}
+void prevCmd(ViewWindow* v, Widget) {
+  if (v) ShowListFile(v, v->filePosition - 1);
+}
+void pageFirstCmd(ViewWindow* v, Widget) {
+  if (v) ShowPage(v, 0);
+}
+void pageLastCmd(ViewWindow* v, Widget) {
+  if (v) ShowPage(v, v->pictureCount - 1);
+}
+void pageNextCmd(ViewWindow* v, Widget) {
+  if (v) ShowPage(v, v->pictureIndex + 1);
+}
+void pagePrevCmd(ViewWindow* v, Widget) {
+  if (v) ShowPage(v, v->pictureIndex - 1);
+}
+
+}  // namespace
+
+// In the order the words are compared. The file selector, the save dialog,
+// the hexadecimal viewer, the conversion dialogs and the options dialog do
+// not exist yet: their words are known and do nothing.
+const ViewCommand kViewCommands[] = {
+    {"open", nullptr},           {"viewHexa", nullptr},
+    {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},
+    {"close", closeCmd},         {"saveFiles", nullptr},
+    {"slideShow", slideShowCmd}, {"sequenceConvert", nullptr},
+    {"multiConvert", nullptr},   {"quit", quitCmd},
+    {"undo", undoCmd},           {"crop", cropCmd},
+    {"options", nullptr},        {"adaptiveSize", adaptiveCmd},
+    {"fitImage", fitCmd},        {"fullScreen", fullScreenCmd},
+    {"statusBar", statusBarCmd}, {"toolBar", toolBarCmd},
+    {"zoom+", zoomInCmd},        {"zoom-", zoomOutCmd},
+    {"first", firstCmd},         {"last", lastCmd},
+    {"next", nextCmd},           {"prev", prevCmd},
+    {"pageFirst", pageFirstCmd}, {"pageLast", pageLastCmd},
+    {"pageNext", pageNextCmd},   {"pagePrev", pagePrevCmd},
+};
+const int kViewCommandCount = static_cast<int>(std::size(kViewCommands));
+
+const ViewCommand* FindViewCommand(const char* word) {
+  if (!word) return nullptr;
+  for (const ViewCommand& c : kViewCommands)
+    if (std::strcmp(c.word, word) == 0) return &c;
+  return nullptr;
+}
+
+void RunViewCommand(ViewWindow* view, const char* word, Widget origin) {
+  const ViewCommand* command = FindViewCommand(word);
+  if (!command || !command->run) return;
+  TestLog("command %s", word);
+  command->run(view, origin);
+}
+
+void ViewDoCommand(Widget widget, XEvent*, String* params, Cardinal* count) {
+  if (*count != 1) return;
+  RunViewCommand(ViewOfWidget(widget), params[0], widget);
+}
+
+// Keys.
+
+const char* const kViewTranslationLines[] = {
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfRight: ViewKeyScroll(0)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfLeft: ViewKeyScroll(1)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfUp: ViewKeyScroll(2)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfDown: ViewKeyScroll(3)",
+    "<Key>osfCancel: ViewClose()",
+    "Ctrl ~Alt ~Shift<Key>o: ViewDoCommand(open)",
+    "Ctrl ~Alt ~Shift<Key>h: ViewDoCommand(viewHexa)",
+    "Ctrl ~Alt ~Shift<Key>b: ViewDoCommand(browseFiles)",
+    "Ctrl ~Alt ~Shift<Key>r: ViewDoCommand(reopenFiles)",
+    "Ctrl ~Alt ~Shift<Key>c: ViewDoCommand(close)",
+    "Ctrl ~Alt ~Shift<Key>s: ViewDoCommand(saveFiles)",
+    "Ctrl ~Alt ~Shift<Key>l: ViewDoCommand(slideShow)",
+    "Ctrl ~Alt ~Shift<Key>n: ViewDoCommand(sequenceConvert)",
+    "Ctrl ~Alt ~Shift<Key>u: ViewDoCommand(multiConvert)",
+    "Ctrl ~Alt ~Shift<Key>q: ViewDoCommand(quit)",
+    "Ctrl ~Alt ~Shift<Key>z: ViewDoCommand(undo)",
+    "Ctrl ~Alt ~Shift<Key>y: ViewDoCommand(crop)",
+    "Ctrl ~Alt ~Shift<Key>g: ViewDoCommand(options)",
+    "Ctrl ~Alt ~Shift<Key>a: ViewDoCommand(adaptiveSize)",
+    "Ctrl ~Alt ~Shift<Key>w: ViewDoCommand(fitImage)",
+    "Ctrl ~Alt ~Shift<Key>f: ViewDoCommand(fullScreen)",
+    "Ctrl ~Alt Shift<Key>s: ViewDoCommand(statusBar)",
+    "Ctrl ~Alt Shift<Key>t: ViewDoCommand(toolBar)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfBeginLine: ViewDoCommand(first)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfPageDown: ViewDoCommand(next)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfPageUp: ViewDoCommand(prev)",
+    "~Meta ~Alt ~Ctrl ~Shift<Key>osfEndLine: ViewDoCommand(last)",
+    "~Meta ~Alt ~Ctrl Shift<Key>osfBeginLine: ViewDoCommand(pageFirst)",
+    "~Meta ~Alt ~Ctrl Shift<Key>osfPageDown: ViewDoCommand(pageNext)",
+    "~Meta ~Alt ~Ctrl Shift<Key>osfPageUp: ViewDoCommand(pagePrev)",
+    "~Meta ~Alt ~Ctrl Shift<Key>osfEndLine: ViewDoCommand(pageLast)",
+    ":<Key>-: ViewDoCommand(zoom-)",
+    ":<Key>+: ViewDoCommand(zoom+)",
+    "Meta<Key>minus: ViewDoCommand(zoom-)",
+    "Meta<Key>plus: ViewDoCommand(zoom+)",
+};
+const int kViewTranslationLineCount = static_cast<int>(std::size(kViewTranslationLines));
+
+std::string ViewTranslationText() {
+  std::string text;
+  for (const char* line : kViewTranslationLines) (text += line) += '\n';
+  return text;
+}
+
+XtTranslations ViewTranslations() {
+  static XtTranslations parsed = XtParseTranslationTable(ViewTranslationText().c_str());
+  return parsed;
+}
+
+// Tool bar.
+
+// The last six name operations of the Image menu that have no command word
+// yet: they stay insensitive.
+const ToolBarButton kToolBarButtons[kToolBarButtonCount] = {
+    {kIconOpen, "open"},
+    {kIconSave, "saveFiles"},
+    {kIconClose, "close"},
+    {kIconBrowser, "browseFiles"},
+    {kIconPrevFile, "prev"},
+    {kIconNextFile, "next"},
+    {kIconPrevPage, "pagePrev"},
+    {kIconNextPage, "pageNext"},
+    {kIconZoomIn, "zoom+"},
+    {kIconZoomOut, "zoom-"},
+    {kIconFit, "fitImage"},
+    {kIconFullScreen, "fullScreen"},
+    {kIconUndo, "undo"},
+    {kIconCrop, "crop"},
+    {kIconSlideShow, "slideShow"},
+    {kIconHexDump, "viewHexa"},
+    {kIconOptions, "options"},
+    {kIconQuit, "quit"},
+    {kIconRotateLeft, "rotateLeft"},
+    {kIconRotateRight, "rotateRight"},
+    {kIconFlip, "flip"},
+    {kIconToGrey, "toGrey"},
+    {kIconToColours, "toColors"},
+    {kIconToTrueColour, "toTrueColor"},
+};
+
+namespace {
+
+void toolButtonCB(Widget w, XtPointer data, XtPointer) {
+  RunViewCommand(ViewOfWidget(w), static_cast<const char*>(data), w);
+}
+
+bool implemented(const char* word) {
+  const ViewCommand* c = FindViewCommand(word);
+  return c && c->run;
+}
+
+// Whether a command can act on the view as it is now.
+bool commandSensitive(const ViewWindow* v, const char* word) {
+  if (!implemented(word)) return false;
+  if (!v) return true;
+  if (std::strcmp(word, "undo") == 0) return v->undoPicture.pixels != nullptr;
+  if (std::strcmp(word, "crop") == 0) return v->selectionPresent;
+  if (std::strcmp(word, "pageNext") == 0)
+    return v->pictureCount > 1 && v->pictureIndex < v->pictureCount - 1;
+  if (std::strcmp(word, "pagePrev") == 0) return v->pictureCount > 1 && v->pictureIndex > 0;
+  return true;
+}
+
+}  // namespace
+
+Widget CreateViewToolBar(ViewWindow* v, Widget mainWindow) {
+  Widget bar = XtVaCreateWidget("toolBar", xmRowColumnWidgetClass, mainWindow, XmNorientation,
+                                XmHORIZONTAL, XmNpacking, XmPACK_TIGHT, XmNspacing, 0,
+                                XmNmarginHeight, 1, XmNmarginWidth, 1, nullptr);
+  for (const ToolBarButton& b : kToolBarButtons) {
+    Widget button = XtVaCreateManagedWidget(b.word, xmPushButtonWidgetClass, bar, XmNlabelType,
+                                            XmPIXMAP, XmNtraversalOn, False, nullptr);
+    XtAddCallback(button, XmNactivateCallback, toolButtonCB, const_cast<char*>(b.word));
+    v->toolButtons.push_back(button);
+  }
+  makeToolBarPixmaps(v->toolButtons.front(), v->colormap, &v->visual);
+  for (int i = 0; i < kToolBarButtonCount; ++i) {
+    Pixmap normal = None, insensitive = None;
+    ToolBarGetPixmap(kToolBarButtons[i].icon, &normal, &insensitive);
+    if (normal != None)
+      XtVaSetValues(v->toolButtons[static_cast<size_t>(i)], XmNlabelPixmap, normal,
+                    XmNlabelInsensitivePixmap, insensitive, nullptr);
+  }
+  return bar;
+}
+
+// Menus.
+
+namespace {
+
+void menuItemCB(Widget w, XtPointer data, XtPointer) {
+  RunViewCommand(ViewOfWidget(w), static_cast<const char*>(data), w);
+}
+
+void menuCallbackCB(Widget w, XtPointer data, XtPointer) {
+  const MenuItem* item = static_cast<const MenuItem*>(data);
+  item->callback(w, item->number);
+}
+
+void recentFileCB(Widget, int number) {
+  if (number < 1 || number > kRecentFiles) return;
+  const char* path = gSettings.fileName[number - 1];
+  if (path[0]) CreateViewWindow(path, -1);
+}
+
+// An Image-menu conversion: the result becomes the picture, the picture
+// before it the undo picture.
+void convertCB(Widget w, int number) {
+  ViewWindow* v = ViewOfWidget(w);
+  if (!v || !v->picture.pixels) return;
+  ImageRecord result;
+  std::memset(&result, 0, sizeof result);
+  if (process::convertByItem(&v->picture, &result, number) != 0) {
+    ShowMessage(v->shell, "Error", "Not enough memory", true);
+    return;
+  }
+  FreePicture(&v->undoPicture);
+  if (gSettings.viewUseUndo)
+    v->undoPicture = v->picture;
+  else
+    FreePicture(&v->picture);
+  v->picture = result;
+  v->modified = true;
+  TestLog("converted %d", number);
+  ViewPictureChanged(v);
+}
+
+void aboutCB(Widget w, int) {
+  ShowMessage(w, "About", "VIMORA v1.12\nPicture viewer, browser and converter for X11");
+}
+
+struct PulldownInfo {
+  const MenuRecord* record;
+  Widget pulldown;
+  Widget shell;  // whose visual, depth and colormap the pulldowns take
+};
+
+Widget createPulldown(Widget parent, const MenuRecord& record, bool popup, Widget shell);
+
+void buildItems(Widget pulldown, const MenuRecord& record, Widget shell) {
+  for (int i = 0; i < record.itemCount; ++i) {
+    const MenuItem& item = record.items[i];
+    if (item.kind == MenuItemKind::kSeparator) {
+      XtVaCreateManagedWidget(item.name, xmSeparatorGadgetClass, pulldown, nullptr);
+      continue;
+    }
+    // Conversion items take their text from the conversion table.
+    const char* text = item.label;
+    if (!text && item.callback == convertCB)
+      if (const process::ConversionItem* c = process::conversionItem(item.number)) text = c->label;
+    XmString label = XmStringCreateLocalized(const_cast<char*>(text ? text : ""));
+    Widget w = nullptr;
+    if (item.kind == MenuItemKind::kCascade) {
+      Widget sub = createPulldown(pulldown, *item.submenu, false, shell);
+      w = XtVaCreateManagedWidget(item.name, xmCascadeButtonWidgetClass, pulldown, XmNlabelString,
+                                  label, XmNsubMenuId, sub, nullptr);
+      // A submenu is made together with the menu that holds it.
+      buildItems(sub, *item.submenu, shell);
+    } else if (item.kind == MenuItemKind::kToggle) {
+      w = XtVaCreateManagedWidget(item.name, xmToggleButtonWidgetClass, pulldown, XmNlabelString,
+                                  label, XmNvisibleWhenOff, True, nullptr);
+      XtAddCallback(w, XmNvalueChangedCallback, menuItemCB, const_cast<char*>(item.word));
+    } else {
+      w = XtVaCreateManagedWidget(item.name, xmPushButtonWidgetClass, pulldown, XmNlabelString,
+                                  label, nullptr);
+      if (item.callback)
+        XtAddCallback(w, XmNactivateCallback, menuCallbackCB, const_cast<MenuItem*>(&item));
+      else if (item.word)
+        XtAddCallback(w, XmNactivateCallback, menuItemCB, const_cast<char*>(item.word));
+    }
+    XmStringFree(label);
+    if (item.accelerator) {
+      XmString accel = XmStringCreateLocalized(const_cast<char*>(item.accelerator));
+      XtVaSetValues(w, XmNacceleratorText, accel, nullptr);
+      XmStringFree(accel);
+    }
+    if (item.mnemonic) XtVaSetValues(w, XmNmnemonic, static_cast<KeySym>(item.mnemonic), nullptr);
+    if (item.kind != MenuItemKind::kCascade && !item.callback)
+      XtSetSensitive(w, implemented(item.word));
+  }
+}
+
+// Runs the menu's update function each time it opens (after the items are
+// built, by the callback added before this one).
+void updateCB(Widget cascade, XtPointer data, XtPointer) {
+  const PulldownInfo* info = static_cast<const PulldownInfo*>(data);
+  if (info->record->update) info->record->update(info->pulldown, ViewOfWidget(cascade));
+}
+
+// Makes the menu's items the first time it opens, then stops being called.
+void buildCB(Widget cascade, XtPointer data, XtPointer) {
+  PulldownInfo* info = static_cast<PulldownInfo*>(data);
+  buildItems(info->pulldown, *info->record, info->shell);
+  XtRemoveCallback(cascade, XmNcascadingCallback, buildCB, data);
+}
+
+void freeInfoCB(Widget, XtPointer data, XtPointer) { delete static_cast<PulldownInfo*>(data); }
+
+Widget createPulldown(Widget parent, const MenuRecord& record, bool popup, Widget shell) {
+  Visual* visual = nullptr;
+  Colormap colormap = 0;
+  int depth = 0;
+  XtVaGetValues(shell, XmNvisual, &visual, XmNcolormap, &colormap, XmNdepth, &depth, nullptr);
+  const std::string name = std::string(record.name) + (popup ? "popup" : "pulldown");
+  Arg args[3];
+  Cardinal n = 0;
+  if (visual) XtSetArg(args[n], XmNvisual, visual), ++n;
+  XtSetArg(args[n], XmNcolormap, colormap), ++n;
+  XtSetArg(args[n], XmNdepth, depth), ++n;
+  Widget pulldown = XmCreatePulldownMenu(parent, const_cast<char*>(name.c_str()), args, n);
+  if (record.tearOff) XtVaSetValues(pulldown, XmNtearOffModel, XmTEAR_OFF_ENABLED, nullptr);
+  return pulldown;
+}
+
+void buildOnFirstOpening(Widget cascade, const MenuRecord& record, Widget pulldown, Widget shell) {
+  PulldownInfo* info = new PulldownInfo{&record, pulldown, shell};
+  XtAddCallback(cascade, XmNcascadingCallback, buildCB, info);
+  XtAddCallback(cascade, XmNcascadingCallback, updateCB, info);
+  XtAddCallback(cascade, XmNdestroyCallback, freeInfoCB, info);
+}
+
+Widget addMenu(Widget bar, const MenuRecord& record, bool popup, Widget shell) {
+  Widget pulldown = createPulldown(bar, record, popup, shell);
+  XmString label = XmStringCreateLocalized(const_cast<char*>(record.label));
+  Widget cascade = XtVaCreateManagedWidget(
+      record.name, xmCascadeButtonWidgetClass, bar, XmNlabelString, label, XmNsubMenuId, pulldown,
+      XmNmnemonic, static_cast<KeySym>(record.mnemonic), nullptr);
+  XmStringFree(label);
+  buildOnFirstOpening(cascade, record, pulldown, shell);
+  if (record.help && !popup) XtVaSetValues(bar, XmNmenuHelpWidget, cascade, nullptr);
+  return cascade;
+}
+
+// Update functions.
+
+Widget child(Widget pulldown, const char* name) { return XtNameToWidget(pulldown, name); }
+
+void setSensitive(Widget pulldown, const char* name, bool on) {
+  if (Widget w = child(pulldown, name)) XtSetSensitive(w, on);
+}
+
+void updateFile(Widget pulldown, ViewWindow*) {
+  bool any = false;
+  for (int i = 0; i < kRecentFiles; ++i) {
+    char name[16];
+    std::snprintf(name, sizeof name, "FileItem%d", i + 1);
+    Widget item = child(pulldown, name);
+    if (!item) continue;
+    const char* path = gSettings.fileName[i];
+    if (path[0] && access(path, F_OK) == 0) {
+      char label[kPathSize + 16];
+      std::snprintf(label, sizeof label, "%d: %s", i + 1, path);
+      XmString s = XmStringCreateLocalized(label);
+      XtVaSetValues(item, XmNlabelString, s, nullptr);
+      XmStringFree(s);
+      XtManageChild(item);
+      any = true;
+    } else {
+      XtUnmanageChild(item);
+    }
+  }
+  if (Widget sep = child(pulldown, "FileItemSep")) {
+    if (any)
+      XtManageChild(sep);
+    else
+      XtUnmanageChild(sep);
+  }
+}
+
+void updateImage(Widget pulldown, ViewWindow* v) {
+  setSensitive(pulldown, "Undo", v && v->undoPicture.pixels);
+  setSensitive(pulldown, "MenuSwap",
+               v && v->picture.pixels && v->picture.type != IMK_BINARY &&
+                   v->picture.type != IMK_GREY && v->picture.type != IMK_MAPPED);
+  setSensitive(pulldown, "Crop", v && v->selectionPresent);
+}
+
+void setToggle(Widget pulldown, const char* name, bool on) {
+  if (Widget w = child(pulldown, name)) XmToggleButtonSetState(w, on, False);
+}
+
+void updateView(Widget pulldown, ViewWindow* v) {
+  if (!v) return;
+  setToggle(pulldown, "WindowAdaptive", v->adaptive);
+  setToggle(pulldown, "StatusBar", XtIsManaged(v->infoLabel));
+  setToggle(pulldown, "ToolBar", XtIsManaged(v->toolBar));
+  setToggle(pulldown, "FitToWindow", v->fitMode);
+  setSensitive(pulldown, "NextPage", commandSensitive(v, "pageNext"));
+  setSensitive(pulldown, "PreviousPage", commandSensitive(v, "pagePrev"));
+  setSensitive(pulldown, "FirstPage", v->pictureCount > 1);
+  setSensitive(pulldown, "LastPage", v->pictureCount > 1);
+  for (const char* name : {"FirstFile", "PreviousFile", "NextFile", "LastFile"})
+    setSensitive(pulldown, name, v->fileList.size() > 1);
+}
+
+using K = MenuItemKind;
+
+const MenuItem kFileItems[] = {
+    {"Open...", "Open", K::kPush, "open", "Ctrl+O", 'O'},
+    {"Open All...", "OpenAll", K::kPush, nullptr, nullptr, 'A'},
+    {"View in hexa...", "ViewHexa", K::kPush, "viewHexa", "Ctrl+H", 'h'},
+    {"Browse...", "Browse", K::kPush, "browseFiles", "Ctrl+B", 'B'},
+    {"Reopen", "Reopen", K::kPush, "reopenFiles", "Ctrl+R", 'R'},
+    {"Close", "Close", K::kPush, "close", "Ctrl+C", 'C'},
+    {"", "sep1", K::kSeparator},
+    {"Describe...", "Describe", K::kPush, nullptr, nullptr, 'D'},
+    {"Capture...", "Capture", K::kPush, nullptr, nullptr, 'p'},
+    {"", "sep2", K::kSeparator},
+    {"Save", "Save", K::kPush, "saveFiles", "Ctrl+S", 'S'},
+    {"Save As...", "SaveAs", K::kPush, "saveFiles", nullptr, 'v'},
+    {"", "sep3", K::kSeparator},
+    {"Slide Show...", "SlideShow", K::kPush, "slideShow", "Ctrl+L", 'l'},
+    {"Sequence Convert...", "SequenceConvert", K::kPush, "sequenceConvert", "Ctrl+N", 'e'},
+    {"Multi Convert...", "MultiConvert", K::kPush, "multiConvert", "Ctrl+U", 'M'},
+    {"", "sep4", K::kSeparator},
+    {"Quit", "Quit", K::kPush, "quit", "Ctrl+Q", 'Q'},
+    {"", "FileItemSep", K::kSeparator},
+    {"1:", "FileItem1", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 1},
+    {"2:", "FileItem2", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 2},
+    {"3:", "FileItem3", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 3},
+    {"4:", "FileItem4", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 4},
+    {"5:", "FileItem5", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 5},
+    {"6:", "FileItem6", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 6},
+    {"7:", "FileItem7", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 7},
+    {"8:", "FileItem8", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 8},
+    {"9:", "FileItem9", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 9},
+};
+
+// The channel swaps have no operation wired yet.
+const MenuItem kSwapItems[] = {
+    {"RGB->BRG", "SwapBRG", K::kPush, nullptr}, {"RGB->GBR", "SwapGBR", K::kPush, nullptr},
+    {"RGB->RBG", "SwapRBG", K::kPush, nullptr}, {"RGB->BGR", "SwapBGR", K::kPush, nullptr},
+    {"RGB->GRB", "SwapGRB", K::kPush, nullptr},
+};
+const MenuRecord kSwapMenu = {
+    "Swap", "MenuSwap", false, false, 'w', kSwapItems, static_cast<int>(std::size(kSwapItems)),
+    nullptr};
+
+// The conversions, numbered as in the conversion table (their texts come
+// from there).
+const MenuItem kBinaryItems[] = {
+    {nullptr, "Convert1", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 1},
+    {nullptr, "Convert2", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 2},
+    {nullptr, "Convert3", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 3},
+    {nullptr, "Convert4", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 4},
+};
+const MenuItem kGreyItems[] = {
+    {nullptr, "Convert5", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 5},
+    {nullptr, "Convert6", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 6},
+    {nullptr, "Convert7", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 7},
+    {nullptr, "Convert8", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 8},
+    {nullptr, "Convert9", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 9},
+    {nullptr, "Convert10", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 10},
+    {nullptr, "Convert11", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 11},
+    {nullptr, "Convert12", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 12},
+    {nullptr, "Convert13", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 13},
+    {nullptr, "Convert14", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 14},
+    {nullptr, "Convert15", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 15},
+    {nullptr, "Convert16", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 16},
+    {nullptr, "Convert17", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 17},
+};
+const MenuItem kColourItems[] = {
+    {nullptr, "Convert18", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 18},
+    {nullptr, "Convert19", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 19},
+    {nullptr, "Convert20", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 20},
+    {nullptr, "Convert21", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 21},
+    {nullptr, "Convert22", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 22},
+    {nullptr, "Convert23", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 23},
+    {nullptr, "Convert24", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 24},
+    {nullptr, "Convert25", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 25},
+    {nullptr, "Convert26", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 26},
+    {nullptr, "Convert27", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 27},
+    {nullptr, "Convert28", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 28},
+    {nullptr, "Convert29", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 29},
+    {nullptr, "Convert30", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 30},
+    {nullptr, "Convert31", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 31},
+};
+const MenuRecord kBinaryMenu = {"Convert to Binary",
+                                "MenuBinary",
+                                false,
+                                false,
+                                'B',
+                                kBinaryItems,
+                                static_cast<int>(std::size(kBinaryItems)),
+                                nullptr};
+const MenuRecord kGreyMenu = {"Convert to Grey",
+                              "MenuGrey",
+                              false,
+                              false,
+                              'G',
+                              kGreyItems,
+                              static_cast<int>(std::size(kGreyItems)),
+                              nullptr};
+const MenuRecord kColourMenu = {"Convert to Colors",
+                                "MenuColors",
+                                false,
+                                false,
+                                'o',
+                                kColourItems,
+                                static_cast<int>(std::size(kColourItems)),
+                                nullptr};
+
+const MenuItem kImageItems[] = {
+    {"Undo", "Undo", K::kPush, "undo", "Ctrl+Z", 'U'},
+    {"Crop", "Crop", K::kPush, "crop", "Ctrl+Y", 'C'},
+    {"", "sep1", K::kSeparator},
+    {"Convert to Binary", "MenuBinary", K::kCascade, nullptr, nullptr, 'B', &kBinaryMenu},
+    {"Convert to Grey", "MenuGrey", K::kCascade, nullptr, nullptr, 'G', &kGreyMenu},
+    {"Convert to Colors", "MenuColors", K::kCascade, nullptr, nullptr, 'o', &kColourMenu},
+    {nullptr, "Convert32", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 32},
+    {"", "sep2", K::kSeparator},
+    {"Swap", "MenuSwap", K::kCascade, nullptr, nullptr, 'w', &kSwapMenu},
+};
+
+const MenuItem kFilterItems[] = {
+    {"Filters...", "Filters", K::kPush, nullptr, nullptr, 'F'},
+};
+
+const MenuItem kViewItems[] = {
+    {"Zoom In", "ZoomIn", K::kPush, "zoom+", "+", 'I'},
+    {"Zoom Out", "ZoomOut", K::kPush, "zoom-", "-", 'O'},
+    {"Fit to Window", "FitToWindow", K::kToggle, "fitImage", "Ctrl+W", 'F'},
+    {"Full Screen", "FullScreen", K::kPush, "fullScreen", "Ctrl+F", 'u'},
+    {"", "sep1", K::kSeparator},
+    {"Window adaptive", "WindowAdaptive", K::kToggle, "adaptiveSize", "Ctrl+A", 'W'},
+    {"Status Bar", "StatusBar", K::kToggle, "statusBar", "Ctrl+Shift+S", 'S'},
+    {"ToolBar", "ToolBar", K::kToggle, "toolBar", "Ctrl+Shift+T", 'T'},
+    {"", "sep2", K::kSeparator},
+    {"First File", "FirstFile", K::kPush, "first", "Home", 0},
+    {"Previous File", "PreviousFile", K::kPush, "prev", "PgUp", 0},
+    {"Next File", "NextFile", K::kPush, "next", "PgDn", 0},
+    {"Last File", "LastFile", K::kPush, "last", "End", 0},
+    {"", "sep3", K::kSeparator},
+    {"First Page", "FirstPage", K::kPush, "pageFirst", "Shift+Home", 0},
+    {"Previous Page", "PreviousPage", K::kPush, "pagePrev", "Shift+PgUp", 0},
+    {"Next Page", "NextPage", K::kPush, "pageNext", "Shift+PgDn", 0},
+    {"Last Page", "LastPage", K::kPush, "pageLast", "Shift+End", 0},
+};
+
+const MenuItem kInfoItems[] = {
+    {"About...", "About", K::kPush, nullptr, nullptr, 'A', nullptr, aboutCB, 0},
+};
+
+const MenuItem kOptionItems[] = {
+    {"Options...", "Options", K::kPush, "options", "Ctrl+G", 'O'},
+};
+
+template <size_t N>
+constexpr int countOf(const MenuItem (&)[N]) {
+  return static_cast<int>(N);
+}
+
+}  // namespace
+
+const MenuRecord MenuFile = {"File",     "MenuFile",          false,     false, 'F',
+                             kFileItems, countOf(kFileItems), updateFile};
+const MenuRecord MenuImage = {"Image",     "MenuImage",          false,      false, 'I',
+                              kImageItems, countOf(kImageItems), updateImage};
+const MenuRecord MenuFilter = {"Filter",     "MenuFilter",          false,  false, 'l',
+                               kFilterItems, countOf(kFilterItems), nullptr};
+const MenuRecord MenuView = {"View",     "MenuView",          false,     false, 'V',
+                             kViewItems, countOf(kViewItems), updateView};
+const MenuRecord MenuInfo = {"Info",     "MenuInfo",          true,   false, 'n',
+                             kInfoItems, countOf(kInfoItems), nullptr};
+const MenuRecord MenuOption = {"Option",     "MenuOption",          false,  false, 'O',
+                               kOptionItems, countOf(kOptionItems), nullptr};
+
+Widget CreateMenus(Widget parent, const char* name, const MenuRecord* const* menus, int count,
+                   bool popup, Widget shell) {
+  Widget bar = nullptr;
+  if (popup) {
+    Visual* visual = nullptr;
+    Colormap colormap = 0;
+    int depth = 0;
+    XtVaGetValues(shell, XmNvisual, &visual, XmNcolormap, &colormap, XmNdepth, &depth, nullptr);
+    Arg args[3];
+    Cardinal n = 0;
+    if (visual) XtSetArg(args[n], XmNvisual, visual), ++n;
+    XtSetArg(args[n], XmNcolormap, colormap), ++n;
+    XtSetArg(args[n], XmNdepth, depth), ++n;
+    bar = XmCreatePopupMenu(parent, const_cast<char*>(name), args, n);
+  } else {
+    bar = XmCreateMenuBar(parent, const_cast<char*>(name), nullptr, 0);
+  }
+  for (int i = 0; i < count; ++i) addMenu(bar, *menus[i], popup, shell);
+  if (!popup) XtManageChild(bar);
+  return bar;
+}
+
+Widget CreateViewMenu(ViewWindow* v, Widget mainWindow, Widget drawingArea) {
+  static const MenuRecord* const kMenus[] = {&MenuFile, &MenuImage, &MenuFilter, &MenuView,
+                                             &MenuInfo};
+  if (useMenuBar) return CreateMenus(mainWindow, "MenuBar", kMenus, 5, false, v->shell);
+  return CreateMenus(drawingArea, "MenuPopup", kMenus, 5, true, v->shell);
+}
+
+void UpdateViewSensitivity(ViewWindow* v) {
+  for (size_t i = 0; i < v->toolButtons.size(); ++i)
+    XtSetSensitive(v->toolButtons[i], commandSensitive(v, kToolBarButtons[i].word));
+  if (!v->menu) return;
+  static const MenuRecord* const kMenus[] = {&MenuFile, &MenuImage, &MenuView};
+  for (const MenuRecord* record : kMenus) {
+    const std::string name = std::string("*") + record->name + (useMenuBar ? "pulldown" : "popup");
+    Widget pulldown = XtNameToWidget(v->menu, name.c_str());
+    if (pulldown && record->update) record->update(pulldown, v);
+  }
+}
