@@ -340,12 +340,13 @@ TEST(DcxRead, EveryPageOfAnImageMagickDcxDecodesLikeImageMagick) {
 
 // ---------------------------------------------------------------------------
 // What the four hand-written raster readers share beyond the other readers
-// (see readers_test.cc): no allocation beyond the pixel limit even when
-// errors are ignored.
+// (see readers_test.cc): no allocation for a huge header even when errors
+// are ignored.
 
 // Headers of pictures of 12 to 17 GB followed by a few bytes. Without
 // IMK_FLAG_IGNORE_ERRORS they fail as truncated (or with truncated tables)
-// before anything is allocated; with it, the pixel limit refuses them.
+// before anything is allocated; with it, the check of the data against the
+// picture's size refuses them, still before allocating.
 TEST(RasterHeaders, HugePicturesAreRefusedEvenWhenErrorsAreIgnored) {
   std::vector<uint8_t> tga = {0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 32, 0};
   std::vector<uint8_t> sgi(512, 0);
@@ -384,7 +385,7 @@ TEST(RasterHeaders, HugePicturesAreRefusedEvenWhenErrorsAreIgnored) {
     EXPECT_EQ(info.formatIndex, imkGetIndex(c.format));
     EXPECT_EQ(test::load(dir.file("huge"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info),
               IMK_ERR_BAD_FILE);
-    EXPECT_STREQ(info.errorText, "picture too large");
+    EXPECT_STREQ(info.errorText, "too little data for the picture");
     EXPECT_EQ(pic->pixels, nullptr);
   }
   imk::setPixelByteLimit(size_t{1} << 32);
