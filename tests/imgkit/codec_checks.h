@@ -1,5 +1,6 @@
-// Checks shared by the WebP, JPEG 2000, HEIF/AVIF and Photoshop tests: pixel
-// comparisons, smooth and noisy test pictures, progress recording, and
+// Checks shared by the codec tests: the table-driven round-trip and
+// independent-writer suites every format instantiates with its own rows,
+// pixel comparisons, smooth and noisy test pictures, progress recording, and
 // saving when the disk is full or the caller stops.
 #pragma once
 
@@ -17,12 +18,54 @@
 
 namespace checks {
 
-// R,G,B,A of every pixel (alpha 255 for kinds without one).
-inline std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
-  std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 4);
-  for (int y = 0; y < pic.height; ++y)
-    imk::rowToRgba(pic, y, &out[static_cast<size_t>(y) * pic.width * 4]);
-  return out;
+// --- shared suites ---------------------------------------------------------------
+
+// One picture kind written in one format, read back, and read by independent
+// decoders. Every value of `options` is tried as the save option.
+struct RoundTripCase {
+  const char* format;
+  uint16_t kind;
+  int levels;       // grey levels or palette entries (256 for true colour)
+  uint16_t loaded;  // the kind read back
+  std::vector<int> options = {0};
+  int colours = -1;          // colorCount read back (-1: not checked)
+  bool sameNumbers = false;  // the pixel bytes (levels, indices) survive unchanged
+  int tolerance = 0;         // largest channel difference allowed (lossy formats)
+  bool magickReads = true;   // ImageMagick decodes our file to the same RGBA
+  // Commands turning {file} into PNM on stdout; their RGB is compared with
+  // the source, or with our own decoding when `toolsMatchOurs`.
+  std::vector<const char*> toolReads = {};
+  bool toolsMatchOurs = false;
+  int width = 37, height = 23;
+  int quality = 0;
+  // Format-specific header checks; `file` is the whole written file.
+  void (*header)(const std::vector<uint8_t>& file, const RoundTripCase& c, int option) = nullptr;
+  int fileKind = 0, fileDepth = 0;  // what `header` expects the file to declare
+};
+
+// A file written by an independent tool that we must read. The fixture
+// provides 45 x 31 pattern pictures as {dir}/rgb.ppm, {dir}/pal.ppm (60
+// colours), {dir}/pal16.ppm (16 colours), {dir}/grey.pgm, {dir}/bin.pbm and
+// {dir}/rgba.png, and {orig}, a 227 x 149 photograph in PPM; the command
+// writes {out}.
+struct ToolWriteCase {
+  const char* format;  // the file's extension
+  const char* command;
+  // The picture the file must hold exactly: "rgb", "pal", "pal16", "grey",
+  // "bin", "rgba" or "orig"; nullptr: as `decoder` or ImageMagick decodes it.
+  const char* same = nullptr;
+  int tolerance = 0;
+  uint16_t kind = 0;   // the kind read back (0: not checked)
+  int maxColours = 0;  // colorCount read back at most (0: not checked)
+  // A command turning {out} into PNM on stdout, whose RGB the picture must
+  // match, instead of ImageMagick's decoding.
+  const char* decoder = nullptr;
+};
+
+// Test names for the instantiations: the row number plus its format.
+template <typename T>
+std::string caseName(const testing::TestParamInfo<T>& info) {
+  return std::string(info.param.format) + "_" + std::to_string(info.index);
 }
 
 inline double meanDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
@@ -110,13 +153,31 @@ inline void expectProgressClimbsAndStops(const std::string& path, int index = 0)
   }
 }
 
+// Loading reports every step from 0 to `steps` one by one; asking to stop at
+// `stopAt` gives IMK_ERR_STOPPED, no pixels and no palette, with `stopAt` the
+// last step reported.
+inline void expectEveryStepAndStopAt(const std::string& path, int stopAt, int index = 0,
+                                     int steps = imk::ProgressMeter::kSteps) {
+  test::OwnedPicture pic;
+  ASSERT_EQ(loadWithProgress(path, pic, -1, index), 0) << path;
+  const auto& calls = progressLog().calls;
+  ASSERT_GE(calls.size(), 2u) << path;
+  EXPECT_EQ(calls.front().first, 0) << path;
+  EXPECT_EQ(calls.back().first, steps) << path;
+  for (size_t i = 1; i < calls.size(); ++i) EXPECT_EQ(calls[i].first, calls[i - 1].first + 1);
+  EXPECT_EQ(loadWithProgress(path, pic, stopAt, index), IMK_ERR_STOPPED) << path;
+  EXPECT_EQ(pic->pixels, nullptr);
+  EXPECT_EQ(pic->palette, nullptr);
+  EXPECT_EQ(progressLog().calls.back().first, stopAt) << path;
+}
+
 // --- saving ---------------------------------------------------------------------
 
 inline int stopAtFirstStep(int step, int) { return step >= 1; }
 
 // A save stopped from the progress callback gives IMK_ERR_STOPPED and leaves
-// no file; a save that runs out of disk (files limited to 4 KiB) gives
-// IMK_ERR_WRITE and leaves the old file as it was.
+// no file, or the old file as it was; a save that runs out of disk (files
+// limited to 4 KiB) gives IMK_ERR_WRITE and leaves the old file as it was.
 inline void expectStoppedAndFailedSavesLeaveFilesAlone(const ImageRecord& pic, const char* format,
                                                        int quality = 0, int option = 0) {
   test::TempDir dir;
@@ -129,9 +190,11 @@ inline void expectStoppedAndFailedSavesLeaveFilesAlone(const ImageRecord& pic, c
   o.saveOption = static_cast<uint16_t>(option);
   EXPECT_EQ(imkSave(dir.file("stopped").c_str(), &pic, &o), IMK_ERR_STOPPED) << format;
   EXPECT_FALSE(test::fileExists(dir.file("stopped"))) << format;
-
   const std::string target = dir.file("full");
   test::writeFile(target, {'o', 'l', 'd'});
+  EXPECT_EQ(imkSave(target.c_str(), &pic, &o), IMK_ERR_STOPPED) << format;
+  EXPECT_EQ(test::readFile(target), (std::vector<uint8_t>{'o', 'l', 'd'})) << format;
+
   struct rlimit old;
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
   auto oldHandler = signal(SIGXFSZ, SIG_IGN);
@@ -170,3 +233,8 @@ inline void expectRefusedUnderBudget(const char* format, int width, int height, 
 }
 
 }  // namespace checks
+
+// The shared suites' fixtures, outside the namespace so that every format's
+// file can name them when instantiating.
+class RoundTrip : public testing::TestWithParam<checks::RoundTripCase> {};
+class ToolWrites : public testing::TestWithParam<checks::ToolWriteCase> {};

@@ -74,8 +74,7 @@ const std::map<std::string, std::string>& knownSizeDifferences() {
       {"tiff/pillow/g4_orientation_5.tif", "orientation tag applied (transposed)"},
       {"tiff/pillow/g4_orientation_6.tif", "orientation tag applied (transposed)"},
       {"tiff/pillow/g4_orientation_7.tif", "orientation tag applied (transposed)"},
-      {"tiff/pillow/g4_orientation_8.tif", "orientation tag applied (transposed)"},
-  };
+      {"tiff/pillow/g4_orientation_8.tif", "orientation tag applied (transposed)"}};
   return m;
 }
 
@@ -188,12 +187,10 @@ std::string targaSuiteReference(const std::string& path, const std::string& form
   return "/usr/bin/convert " + test::quote(ref) + " -depth 8 rgba:- 2>/dev/null";
 }
 
-const Oracle kOracles[] = {
-    {"ImageMagick", imageMagick, false},
-    {"GraphicsMagick", graphicsMagick, false},
-    {"netpbm", netpbm, true},
-    {"suite reference", targaSuiteReference, false},
-};
+const Oracle kOracles[] = {{"ImageMagick", imageMagick, false},
+                           {"GraphicsMagick", graphicsMagick, false},
+                           {"netpbm", netpbm, true},
+                           {"suite reference", targaSuiteReference, false}};
 
 bool decodeWith(const Oracle& oracle, const std::string& path, const std::string& format, int width,
                 int height, std::vector<uint8_t>* rgba) {

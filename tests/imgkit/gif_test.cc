@@ -11,19 +11,11 @@
 #include <vector>
 
 #include "imgkit/internal.h"
-#include "tests/support/test_support.h"
+#include "tests/imgkit/codec_checks.h"
 
 namespace {
 
 std::string corpusGif(const std::string& rel) { return test::corpusDir() + "/gif/" + rel; }
-
-int gifIndex() { return imkGetIndex("gif"); }
-
-std::vector<uint8_t> rowsOf(const std::vector<uint8_t>& rgb, int width, int firstRow, int rows) {
-  const size_t stride = static_cast<size_t>(width) * 3;
-  return std::vector<uint8_t>(rgb.begin() + static_cast<long>(firstRow * stride),
-                              rgb.begin() + static_cast<long>((firstRow + rows) * stride));
-}
 
 // The packed byte of the first image descriptor of a file we wrote (no
 // extensions precede it): bit 0x40 is the interlace flag.
@@ -55,60 +47,33 @@ bool magickFrames(const std::string& path, const test::TempDir& dir, int count,
 // ---------------------------------------------------------------------------
 // Writing and reading back.
 
-struct RoundTripCase {
-  const char* name;
-  uint16_t type;
-  int levels;
-  uint16_t expectType;  // what the file reads back as
-  int expectColors;
-};
-
-TEST(GifRoundTrip, EveryKindReadsBackWithTheSameColoursInterlacedOrNot) {
-  const RoundTripCase cases[] = {
-      {"binary", IMK_BINARY, 2, IMK_BINARY, 2},
-      {"grey256", IMK_GREY, 256, IMK_GREY, 256},
-      // Other level counts become a grey palette padded to a power of two.
-      {"grey5", IMK_GREY, 5, IMK_MAPPED, 8},
-      {"grey16", IMK_GREY, 16, IMK_MAPPED, 16},
-      {"mapped3", IMK_MAPPED, 3, IMK_MAPPED, 4},
-      {"mapped200", IMK_MAPPED, 200, IMK_MAPPED, 256},
-  };
-  test::TempDir dir;
-  for (const RoundTripCase& c : cases) {
-    for (int interlace = 0; interlace <= 1; ++interlace) {
-      SCOPED_TRACE(std::string(c.name) + (interlace ? " interlaced" : " plain"));
-      test::OwnedPicture src;
-      test::makePattern(src, c.type, 37, 29, c.levels);
-      const std::string path = dir.file(std::string(c.name) + std::to_string(interlace) + ".gif");
-      ASSERT_EQ(test::save(path, src.rec, "gif", 0, interlace), IMK_OK);
-
-      const std::vector<uint8_t> bytes = test::readFile(path);
-      ASSERT_GE(bytes.size(), 6u);
-      EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 6), "GIF89a");
-      EXPECT_EQ((firstDescriptorFlags(bytes) & 0x40) != 0, interlace == 1);
-
-      test::OwnedPicture back;
-      FileInfo info;
-      ASSERT_EQ(test::load(path, back, 0, 0, &info), IMK_OK) << info.errorText;
-      EXPECT_EQ(back->type, c.expectType);
-      EXPECT_EQ(back->colorCount, c.expectColors);
-      EXPECT_EQ(info.pictureCount, 1);
-      EXPECT_EQ(test::maxDifference(test::toRgb(back.rec), test::toRgb(src.rec)), 0);
-      if (c.type == IMK_MAPPED) {
-        for (int y = 0; y < src->height; ++y)
-          ASSERT_EQ(std::memcmp(back.row(y), src.row(y), static_cast<size_t>(src->width)), 0);
-      }
-
-      // An independent decoder sees the same picture.
-      int w = 0, h = 0;
-      std::vector<uint8_t> magick;
-      ASSERT_TRUE(test::magickToRgb(path, &w, &h, &magick));
-      EXPECT_EQ(w, 37);
-      EXPECT_EQ(h, 29);
-      EXPECT_EQ(test::maxDifference(magick, test::toRgb(src.rec)), 0);
-    }
-  }
+// "GIF89a", and the interlace flag of the first image as asked.
+void gifHeader(const std::vector<uint8_t>& file, const checks::RoundTripCase&, int interlace) {
+  ASSERT_GE(file.size(), 6u);
+  EXPECT_EQ(std::string(file.begin(), file.begin() + 6), "GIF89a");
+  EXPECT_EQ((firstDescriptorFlags(file) & 0x40) != 0, interlace == 1);
 }
+
+checks::RoundTripCase gif(uint16_t kind, int levels, uint16_t loaded, int colours) {
+  return {.format = "gif",
+          .kind = kind,
+          .levels = levels,
+          .loaded = loaded,
+          .options = {0, 1},
+          .colours = colours,
+          .sameNumbers = kind == IMK_MAPPED,
+          .width = 37,
+          .height = 29,
+          .header = gifHeader};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Gif, RoundTrip,
+    testing::Values(gif(IMK_BINARY, 2, IMK_BINARY, 2), gif(IMK_GREY, 256, IMK_GREY, 256),
+                    // Other level counts become a grey palette padded to a power of two.
+                    gif(IMK_GREY, 5, IMK_MAPPED, 8), gif(IMK_GREY, 16, IMK_MAPPED, 16),
+                    gif(IMK_MAPPED, 3, IMK_MAPPED, 4), gif(IMK_MAPPED, 200, IMK_MAPPED, 256)),
+    checks::caseName<checks::RoundTripCase>);
 
 TEST(GifWrite, TrueColourCannotBeSavedAndLeavesNoFile) {
   test::TempDir dir;
@@ -133,20 +98,10 @@ TEST(GifWrite, IndicesBeyondTheDeclaredColourCountWidenThePalette) {
   EXPECT_EQ(test::maxDifference(test::toRgb(back.rec), test::toRgb(p.rec)), 0);
 }
 
-int stopAtStep(int step, int) { return step >= 2 ? 1 : 0; }
-
-TEST(GifWrite, ProgressStopLeavesTheTargetUntouched) {
-  test::TempDir dir;
+TEST(GifWrite, StoppedOrFailedSavesLeaveTheTargetUntouched) {
   test::OwnedPicture p;
-  test::makePattern(p, IMK_GREY, 64, 64, 256);
-  test::writeFile(dir.file("keep.gif"), {'o', 'l', 'd'});
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.formatIndex = gifIndex();
-  o.flags = IMK_FLAG_PROGRESS;
-  o.progress = stopAtStep;
-  EXPECT_EQ(imkSave(dir.file("keep.gif").c_str(), &p.rec, &o), IMK_ERR_STOPPED);
-  EXPECT_EQ(test::readFile(dir.file("keep.gif")), (std::vector<uint8_t>{'o', 'l', 'd'}));
+  test::makePattern(p, IMK_GREY, 400, 300, 256);  // well over the 4 KiB of a full disk
+  checks::expectStoppedAndFailedSavesLeaveFilesAlone(p.rec, "gif");
 }
 
 // ---------------------------------------------------------------------------
@@ -522,78 +477,8 @@ TEST(GifInfo, CountsFramesWithoutDecodingThem) {
   EXPECT_EQ(pic->pixels, nullptr);
 }
 
-TEST(GifRead, TruncatedFileFailsOrKeepsTheDecodedRowsWhenAsked) {
-  const std::string full = corpusGif("giflib/porsche.gif");
-  test::OwnedPicture whole;
-  ASSERT_EQ(test::load(full, whole), IMK_OK);
-  const std::vector<uint8_t> rgb = test::toRgb(whole.rec);
-
-  std::vector<uint8_t> bytes = test::readFile(full);
-  bytes.resize(bytes.size() / 2);
-  test::TempDir dir;
-  test::writeFile(dir.file("half.gif"), bytes);
-
-  test::OwnedPicture pic;
-  FileInfo info;
-  EXPECT_EQ(test::load(dir.file("half.gif"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
-  EXPECT_EQ(pic->pixels, nullptr);
-  EXPECT_NE(info.errorText[0], '\0');
-
-  ASSERT_EQ(test::load(dir.file("half.gif"), pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), IMK_OK);
-  ASSERT_EQ(pic->width, whole->width);
-  ASSERT_EQ(pic->height, whole->height);
-  const std::vector<uint8_t> partial = test::toRgb(pic.rec);
-  // The top of the picture is there; the bottom was never decoded.
-  EXPECT_EQ(rowsOf(partial, pic->width, 0, 40), rowsOf(rgb, pic->width, 0, 40));
-  EXPECT_NE(rowsOf(partial, pic->width, 190, 10), rowsOf(rgb, pic->width, 190, 10));
-}
-
-TEST(GifRead, BadFilesFailWithACode) {
-  for (const char* f :
-       {"gdk-pixbuf/fail/invalid.1.gif", "gdk-pixbuf/fail/overflow-codes.gif",
-        "pygif-suite/invalid-code.gif", "pillow/zero_width.gif",
-        "image-gif/stall/issue-101-infinite-empty-loop.gif", "pygif-suite/zero-size.gif"}) {
-    SCOPED_TRACE(f);
-    test::OwnedPicture pic;
-    FileInfo info;
-    const int rc = test::load(corpusGif(f), pic, 0, 0, &info);
-    EXPECT_TRUE(rc == IMK_ERR_BAD_FILE || rc == IMK_ERR_CORRUPT) << rc;
-    EXPECT_EQ(pic->pixels, nullptr);
-    EXPECT_NE(info.errorText[0], '\0');
-  }
-}
-
-std::vector<int> gSteps;
-int stopAfterTwoSteps(int step, int) {
-  gSteps.push_back(step);
-  return step >= 2 ? 1 : 0;
-}
-int recordSteps(int step, int) {
-  gSteps.push_back(step);
-  return 0;
-}
-
 TEST(GifRead, ProgressRunsFromZeroToTheEndAndCanStopTheLoad) {
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.flags |= IMK_FLAG_PROGRESS;
-  o.pictureIndex = 20;
-  o.progress = recordSteps;
-  test::OwnedPicture pic;
-  gSteps.clear();
-  ASSERT_EQ(imkLoad(corpusGif("giflib/fire.gif").c_str(), &pic.rec, &o, nullptr), IMK_OK);
-  ASSERT_GE(gSteps.size(), 3u);
-  EXPECT_EQ(gSteps.front(), 0);
-  EXPECT_EQ(gSteps.back(), imk::ProgressMeter::kSteps);
-  for (size_t i = 1; i < gSteps.size(); ++i) EXPECT_EQ(gSteps[i], gSteps[i - 1] + 1);
-
-  pic.reset();
-  o.progress = stopAfterTwoSteps;
-  gSteps.clear();
-  EXPECT_EQ(imkLoad(corpusGif("giflib/fire.gif").c_str(), &pic.rec, &o, nullptr), IMK_ERR_STOPPED);
-  EXPECT_EQ(pic->pixels, nullptr);
-  EXPECT_EQ(pic->palette, nullptr);
-  EXPECT_EQ(gSteps.back(), 2);
+  checks::expectEveryStepAndStopAt(corpusGif("giflib/fire.gif"), 2, 20);
 }
 
 TEST(GifRead, ReducedLoadAveragesTheComposedFrame) {

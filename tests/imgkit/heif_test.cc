@@ -16,7 +16,7 @@ namespace {
 
 using checks::makeGradient;
 using checks::meanDifference;
-using checks::rgbaOf;
+using test::rgbaOf;
 using test::OwnedPicture;
 
 // heif-enc's lossless mode: the coding is lossless, but heif-enc 1.15 still

@@ -19,8 +19,8 @@ namespace {
 using checks::makeGradient;
 using checks::meanDifference;
 using checks::psnr;
-using checks::rgbaOf;
 using test::OwnedPicture;
+using test::rgbaOf;
 
 // opj_decompress's decoding of a file, as RGB (through a PNG it writes).
 bool opjDecode(const std::string& path, OwnedPicture& pic, const test::TempDir& dir) {
@@ -112,28 +112,30 @@ bool encodeComponents(const std::string& path, OPJ_CODEC_FORMAT format, uint32_t
 
 // --- round trips ----------------------------------------------------------
 
-TEST(Jpeg2000RoundTrip, LosslessIsExactForEveryKindInBothContainers) {
-  test::TempDir dir;
-  for (const char* format : {"jp2", "j2k"}) {
-    const std::string path = dir.file(std::string("l.") + format);
-    for (uint16_t type : {IMK_BINARY, IMK_GREY, IMK_MAPPED, IMK_RGB, IMK_BGR, IMK_XBGR, IMK_RGBX}) {
+// Lossless (quality 0 or 100) is exact for every kind in both containers;
+// ImageMagick reads grey and true colour the same.
+std::vector<checks::RoundTripCase> jpeg2000Cases() {
+  std::vector<checks::RoundTripCase> cases;
+  for (const char* format : {"jp2", "j2k"})
+    for (uint16_t kind : {IMK_BINARY, IMK_GREY, IMK_MAPPED, IMK_RGB, IMK_BGR, IMK_XBGR, IMK_RGBX})
       for (int quality : {0, 100}) {
-        OwnedPicture pic, back;
-        test::makePattern(pic, type, 45, 29, type == IMK_GREY ? 256 : 200);
-        ASSERT_EQ(test::save(path, pic.rec, format, quality), 0) << format << " " << type;
-        FileInfo info;
-        ASSERT_EQ(test::load(path, back, 0, 0, &info), 0) << format << " " << type;
-        EXPECT_EQ(info.formatIndex, imkGetIndex(format));
-        const bool grey = type == IMK_BINARY || type == IMK_GREY;
-        EXPECT_EQ(back->type, grey               ? IMK_GREY
-                              : type == IMK_RGBX ? IMK_RGBX
-                                                 : IMK_RGB)
-            << format << " " << type;
-        EXPECT_EQ(rgbaOf(back.rec), rgbaOf(pic.rec)) << format << " " << type << " q" << quality;
+        const bool grey = kind == IMK_BINARY || kind == IMK_GREY;
+        cases.push_back({.format = format,
+                         .kind = kind,
+                         .levels = kind == IMK_GREY ? 256 : 200,
+                         .loaded = grey               ? IMK_GREY
+                                   : kind == IMK_RGBX ? IMK_RGBX
+                                                      : IMK_RGB,
+                         .magickReads = kind == IMK_GREY || kind == IMK_RGB || kind == IMK_RGBX,
+                         .width = 45,
+                         .height = 29,
+                         .quality = quality});
       }
-    }
-  }
+  return cases;
 }
+
+INSTANTIATE_TEST_SUITE_P(Jpeg2000, RoundTrip, testing::ValuesIn(jpeg2000Cases()),
+                         checks::caseName<checks::RoundTripCase>);
 
 TEST(Jpeg2000RoundTrip, LossyQualityTradesSizeForFidelity) {
   test::TempDir dir;
@@ -163,7 +165,7 @@ TEST(Jpeg2000RoundTrip, LossyQualityTradesSizeForFidelity) {
 
 // --- independent tools ------------------------------------------------------
 
-TEST(Jpeg2000CrossCheck, OpjDecompressAndImageMagickReadOurFilesAsTheyWere) {
+TEST(Jpeg2000CrossCheck, OpjDecompressReadsOurFilesAsTheyWere) {
   test::TempDir dir;
   for (const char* format : {"jp2", "j2k"}) {
     for (uint16_t type : {IMK_GREY, IMK_RGB, IMK_RGBX}) {
@@ -178,10 +180,6 @@ TEST(Jpeg2000CrossCheck, OpjDecompressAndImageMagickReadOurFilesAsTheyWere) {
       } else {
         EXPECT_EQ(test::toRgb(theirs.rec), test::toRgb(pic.rec)) << format << " " << type;
       }
-      int w, h;
-      std::vector<uint8_t> magick;
-      ASSERT_TRUE(test::magickToRgb(path, &w, &h, &magick)) << format << " " << type;
-      EXPECT_EQ(magick, test::toRgb(pic.rec)) << format << " " << type;
     }
   }
 }

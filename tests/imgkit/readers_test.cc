@@ -1,11 +1,14 @@
 // Behaviour every reader shares, checked across all writable formats with
-// files our own writers made: progress reporting and cancelling, damaged
-// files with and without "ignore errors", reduced loads, header-only look-ups.
+// files our own writers made: progress reporting and cancelling (of loads and
+// saves), damaged files with and without "ignore errors", reduced loads,
+// header-only look-ups.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
+#include "imgkit/internal.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -13,33 +16,63 @@ namespace {
 struct Case {
   const char* format;
   uint16_t kind;
-  int width, height;
+  int width = 320, height = 240;
+  int option = 0;  // the save option (run-length coding of the raster formats)
   // TIFF writers put the directory after the pixels: a cut file has no header.
   bool headerAtEnd = false;
+  // A cut PCX loses the palette at its end, a cut SGI whole channel planes, so
+  // no row survives the way the truncation test expects (their own tests
+  // check what they keep).
+  bool cutKeepsRows = true;
+  // The reduced load is the full picture reduced afterwards, exactly.
+  bool exactReduce = false;
+  // A cut file fails with this code and reason (0, nullptr: any), and keeps
+  // the rows stored first: the top ones (1), the bottom ones (-1) or either.
+  int cutCode = 0;
+  const char* cutReason = nullptr;
+  int keptEnd = 0;
 };
 
-// One picture per format, large enough for several progress steps. (PCX and
-// SGI are left to their own tests: a cut PCX loses the palette at its end, a
-// cut SGI whole channel planes, so no row survives the way this test expects.)
+// One picture per format, large enough for several progress steps.
 const Case kCases[] = {
-    {"jpeg", IMK_RGB, 320, 240},       {"png", IMK_RGB, 320, 240},    {"gif", IMK_MAPPED, 320, 240},
-    {"tiff", IMK_RGB, 320, 240, true}, {"bmp", IMK_RGB, 320, 240},    {"pbm", IMK_BINARY, 320, 240},
-    {"pgm", IMK_GREY, 320, 240},       {"ppm", IMK_RGB, 320, 240},    {"pam", IMK_RGB, 320, 240},
-    {"iff", IMK_MAPPED, 320, 240},     {"soft", IMK_RGB, 320, 240},   {"xbm", IMK_BINARY, 320, 240},
-    {"xpm", IMK_MAPPED, 320, 240},     {"ico", IMK_MAPPED, 240, 180}, {"cur", IMK_RGB, 200, 150},
-    {"tga", IMK_RGB, 320, 240},        {"sun", IMK_MAPPED, 320, 240},
-};
+    {"jpeg", IMK_RGB},
+    {"png", IMK_RGB},
+    {"gif", IMK_MAPPED, 320, 240, 0, false, true, false, IMK_ERR_CORRUPT, "truncated", 1},
+    {"tiff", IMK_RGB, 320, 240, 0, true},
+    {"bmp", IMK_RGB},
+    {"pbm", IMK_BINARY},
+    {"pgm", IMK_GREY},
+    {"ppm", IMK_RGB},
+    {"pam", IMK_RGB},
+    {"iff", IMK_MAPPED, 320, 240, 0, false, true, false, IMK_ERR_CORRUPT, "truncated", 1},
+    {"iff", IMK_MAPPED, 320, 240, 1, false, true, false, IMK_ERR_CORRUPT, "truncated", 1},
+    {"soft", IMK_RGB},
+    {"xbm", IMK_BINARY},
+    {"xpm", IMK_MAPPED},
+    {"ico", IMK_MAPPED, 240, 180},
+    {"cur", IMK_RGB, 200, 150},
+    {"tga", IMK_RGB, 320, 240, 0, false, true, true, IMK_ERR_CORRUPT, "truncated", -1},
+    {"tga", IMK_RGB, 320, 240, 1, false, true, true, IMK_ERR_CORRUPT, "truncated", -1},
+    {"tga", IMK_GREY, 320, 240, 0, false, true, true},
+    {"sun", IMK_MAPPED, 320, 240, 0, false, true, true},
+    {"sun", IMK_MAPPED, 320, 240, 1, false, true, true},
+    {"sun", IMK_RGB, 320, 240, 0, false, true, true, IMK_ERR_CORRUPT, nullptr, 1},
+    {"sun", IMK_RGB, 320, 240, 1, false, true, true, IMK_ERR_CORRUPT, nullptr, 1},
+    {"pcx", IMK_MAPPED, 320, 240, 1, false, false, true},
+    {"pcx", IMK_RGB, 320, 240, 0, false, false, true},
+    {"sgi", IMK_RGB, 320, 240, 1, false, false, true},
+    {"sgi", IMK_RGBX, 320, 240, 0, false, false, true}};
 
 class Readers : public testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
     const Case& c = GetParam();
-    test::OwnedPicture pic;
-    test::makePattern(pic, c.kind, c.width, c.height, c.kind == IMK_GREY ? 256 : 200);
+    test::makePattern(src_, c.kind, c.width, c.height, c.kind == IMK_GREY ? 256 : 200);
     path_ = dir_.file(std::string("picture.") + c.format);
-    ASSERT_EQ(test::save(path_, pic.rec, c.format), 0);
+    ASSERT_EQ(test::save(path_, src_.rec, c.format, 0, c.option), 0);
   }
   test::TempDir dir_;
+  test::OwnedPicture src_;
   std::string path_;
 };
 
@@ -50,37 +83,46 @@ int record(int step, int count) {
   return step == gStopAt;
 }
 
-int loadWithProgress(const std::string& path, test::OwnedPicture& pic, int stopAt) {
+LoadOptions progressOptions(int stopAt) {
   gCalls.clear();
   gStopAt = stopAt;
-  pic.reset();
   LoadOptions o;
   imkDefaultOption(&o);
   o.flags = IMK_FLAG_PROGRESS | IMK_FLAG_LOAD;
   o.progress = record;
+  return o;
+}
+
+int loadWithProgress(const std::string& path, test::OwnedPicture& pic, int stopAt) {
+  pic.reset();
+  LoadOptions o = progressOptions(stopAt);
   return imkLoad(path.c_str(), &pic.rec, &o, nullptr);
 }
 
-TEST_P(Readers, ProgressStartsAtZeroAndClimbsToItsCount) {
+TEST_P(Readers, ProgressClimbsFromZeroOneStepAtATimeToItsCount) {
   test::OwnedPicture pic;
   ASSERT_EQ(loadWithProgress(path_, pic, -1), 0);
   ASSERT_GE(gCalls.size(), 2u);
   EXPECT_EQ(gCalls.front().first, 0);
   const int count = gCalls.front().second;
   EXPECT_GT(count, 0);
-  for (size_t i = 1; i < gCalls.size(); ++i) {
-    EXPECT_GT(gCalls[i].first, gCalls[i - 1].first);
-    EXPECT_LE(gCalls[i].first, count);
-  }
+  EXPECT_EQ(gCalls.back().first, count);
+  for (size_t i = 1; i < gCalls.size(); ++i) EXPECT_EQ(gCalls[i].first, gCalls[i - 1].first + 1);
 }
 
-TEST_P(Readers, StoppingFromTheCallbackGives15AndNoPicture) {
-  for (int stopAt : {0, 1}) {
+TEST_P(Readers, StoppingFromTheCallbackGives15AndNoPictureOrFile) {
+  for (int stopAt : {0, 1, 2}) {
     test::OwnedPicture pic;
     EXPECT_EQ(loadWithProgress(path_, pic, stopAt), IMK_ERR_STOPPED) << "stop at " << stopAt;
     EXPECT_EQ(pic->pixels, nullptr);
     EXPECT_EQ(pic->palette, nullptr);
   }
+  // Saving stops the same way and leaves no file.
+  LoadOptions o = progressOptions(2);
+  o.formatIndex = imkGetIndex(GetParam().format);
+  o.saveOption = static_cast<uint16_t>(GetParam().option);
+  EXPECT_EQ(imkSave(dir_.file("stopped").c_str(), &src_.rec, &o), IMK_ERR_STOPPED);
+  EXPECT_FALSE(test::fileExists(dir_.file("stopped")));
 }
 
 TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
@@ -88,15 +130,28 @@ TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
   bytes.resize(bytes.size() * 6 / 10);
   const std::string cut = dir_.file(std::string("cut.") + GetParam().format);
   test::writeFile(cut, bytes);
+  const Case& c = GetParam();
   test::OwnedPicture pic;
-  EXPECT_NE(test::load(cut, pic), 0);
+  FileInfo info;
+  const int rc = test::load(cut, pic, 0, 0, &info);
+  EXPECT_NE(rc, 0);
+  if (c.cutCode) {
+    EXPECT_EQ(rc, c.cutCode);
+  }
+  if (c.cutReason) {
+    EXPECT_STREQ(info.errorText, c.cutReason);
+  }
   EXPECT_EQ(pic->pixels, nullptr);
+  if (!c.cutKeepsRows) return;
   if (GetParam().headerAtEnd) {
     EXPECT_NE(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
     EXPECT_EQ(pic->pixels, nullptr);
     return;
   }
-  ASSERT_EQ(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
+  ASSERT_EQ(test::load(cut, pic, 0, IMK_FLAG_IGNORE_ERRORS, &info), 0);
+  if (c.cutReason) {
+    EXPECT_STREQ(info.errorText, c.cutReason);
+  }
   EXPECT_EQ(pic->width, GetParam().width);
   EXPECT_EQ(pic->height, GetParam().height);
   // The rows stored before the cut were decoded and match the complete file.
@@ -104,12 +159,19 @@ TEST_P(Readers, TruncatedFileFailsUnlessErrorsAreIgnored) {
   ASSERT_EQ(test::load(path_, whole), 0);
   const std::vector<uint8_t> a = test::toRgb(pic.rec), b = test::toRgb(whole.rec);
   const size_t rowBytes = static_cast<size_t>(GetParam().width) * 3;
-  int same = 0;
-  for (int y = 0; y < GetParam().height; ++y)
-    same += std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes,
-                       b.begin() + y * rowBytes);
-  EXPECT_GE(same, GetParam().height * 4 / 10);
-  EXPECT_LT(same, GetParam().height);
+  std::vector<bool> same;
+  for (int y = 0; y < c.height; ++y)
+    same.push_back(std::equal(a.begin() + y * rowBytes, a.begin() + (y + 1) * rowBytes,
+                              b.begin() + y * rowBytes));
+  const long kept = std::count(same.begin(), same.end(), true);
+  EXPECT_GE(kept, c.height * 4 / 10);
+  EXPECT_LT(kept, c.height);
+  // The rows kept are the ones stored first.
+  if (c.keptEnd) {
+    const bool topKept = c.keptEnd > 0;
+    EXPECT_EQ(same.front(), topKept);
+    EXPECT_EQ(same.back(), !topKept);
+  }
 }
 
 TEST_P(Readers, ReducedLoadFitsAndKeepsTheAspect) {
@@ -124,7 +186,16 @@ TEST_P(Readers, ReducedLoadFitsAndKeepsTheAspect) {
   pic.reset();
   ASSERT_EQ(imkLoad(path_.c_str(), &pic.rec, &o, nullptr), 0);
   EXPECT_EQ(pic->width, 80);
-  EXPECT_EQ(pic->height, 60);
+  EXPECT_EQ(pic->height, 80 * GetParam().height / GetParam().width);
+  if (!GetParam().exactReduce) return;
+  // The same picture as the full one reduced afterwards.
+  test::OwnedPicture whole;
+  ASSERT_EQ(test::load(path_, whole), 0);
+  imk::Picture full;  // takes the buffers over
+  full.rec() = whole.rec;
+  std::memset(&whole.rec, 0, sizeof whole.rec);
+  ASSERT_TRUE(imk::reducePicture(full, 80, 80));
+  EXPECT_EQ(test::toRgb(full.rec()), test::toRgb(pic.rec));
 }
 
 TEST_P(Readers, HeaderInformationWithoutDecoding) {
@@ -162,7 +233,7 @@ TEST_P(Readers, FormatIsFoundWhateverTheExtensionOrRequestedIndex) {
 
 INSTANTIATE_TEST_SUITE_P(AllFormats, Readers, testing::ValuesIn(kCases),
                          [](const testing::TestParamInfo<Case>& info) {
-                           return std::string(info.param.format);
+                           return std::string(info.param.format) + "_" + std::to_string(info.index);
                          });
 
 // A header that claims a huge picture over a few bytes of data is refused

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "imgkit/internal.h"
-#include "tests/support/test_support.h"
+#include "tests/imgkit/codec_checks.h"
 
 namespace {
 
@@ -152,32 +152,23 @@ TEST(SoftWrite, HeaderAndPacketsAreAsDocumented) {
   EXPECT_EQ(Bytes(c.begin() + 108, c.end()), test::pixelsOf(rgb.rec));
 }
 
-TEST(SoftRoundTrip, EveryKindReadsBackAsTrueColour) {
-  struct Case {
-    const char* name;
-    uint16_t type;
-    uint16_t loaded;
-  } cases[] = {{"binary", IMK_BINARY, IMK_RGB}, {"grey", IMK_GREY, IMK_RGB},
-               {"mapped", IMK_MAPPED, IMK_RGB}, {"rgb", IMK_RGB, IMK_RGB},
-               {"bgr", IMK_BGR, IMK_RGB},       {"xbgr", IMK_XBGR, IMK_RGB},
-               {"rgbx", IMK_RGBX, IMK_RGBX}};
-  test::TempDir dir;
-  for (const Case& c : cases) {
-    for (int mixed = 0; mixed <= 1; ++mixed) {
-      SCOPED_TRACE(std::string(c.name) + (mixed ? " mixed" : " plain"));
-      OwnedPicture src, back;
-      test::makePattern(src, c.type, 37, 23, 100);
-      const std::string path = dir.file(std::string(c.name) + ".pic");
-      ASSERT_EQ(test::save(path, src.rec, "soft", 0, mixed), 0);
-      ASSERT_EQ(test::load(path, back), 0);
-      EXPECT_EQ(back->type, c.loaded);
-      EXPECT_EQ(test::toRgb(back.rec), test::toRgb(src.rec));
-      if (c.type == IMK_RGBX) {
-        EXPECT_EQ(test::pixelsOf(back.rec), test::pixelsOf(src.rec));
-      }
-    }
-  }
+// Every kind reads back as true colour, plain or with mixed runs.
+checks::RoundTripCase soft(uint16_t kind, uint16_t loaded) {
+  return {.format = "soft",
+          .kind = kind,
+          .levels = 100,
+          .loaded = loaded,
+          .options = {0, 1},
+          .sameNumbers = kind == IMK_RGBX,
+          .magickReads = false};
 }
+
+INSTANTIATE_TEST_SUITE_P(Soft, RoundTrip,
+                         testing::Values(soft(IMK_BINARY, IMK_RGB), soft(IMK_GREY, IMK_RGB),
+                                         soft(IMK_MAPPED, IMK_RGB), soft(IMK_RGB, IMK_RGB),
+                                         soft(IMK_BGR, IMK_RGB), soft(IMK_XBGR, IMK_RGB),
+                                         soft(IMK_RGBX, IMK_RGBX)),
+                         checks::caseName<checks::RoundTripCase>);
 
 TEST(SoftWrite, MixedRunsShrinkFlatPictures) {
   test::TempDir dir;

@@ -7,15 +7,11 @@
 #include <vector>
 
 #include "imgkit/internal.h"
-#include "tests/support/test_support.h"
+#include "tests/imgkit/codec_checks.h"
 
 namespace {
 
 using test::OwnedPicture;
-
-uint32_t be32(const std::vector<uint8_t>& b, size_t at) {
-  return static_cast<uint32_t>(b[at]) << 24 | b[at + 1] << 16 | b[at + 2] << 8 | b[at + 3];
-}
 
 // A Sun raster header, a colour map (three planes) and `data`.
 std::vector<uint8_t> makeSun(uint32_t width, uint32_t height, uint32_t depth, uint32_t type,
@@ -36,54 +32,80 @@ std::vector<uint8_t> makeSun(uint32_t width, uint32_t height, uint32_t depth, ui
   return b;
 }
 
-struct KindCase {
-  const char* name;
-  uint16_t type;
-  int levels;
-  uint16_t loaded;  // the kind read back
-  uint32_t depth;
-  uint32_t mapEntries;
-};
-
-const KindCase kKinds[] = {
-    {"binary", IMK_BINARY, 2, IMK_BINARY, 1, 0},
-    {"grey256", IMK_GREY, 256, IMK_GREY, 8, 256},
-    {"grey16", IMK_GREY, 16, IMK_MAPPED, 8, 16},
-    {"mapped200", IMK_MAPPED, 200, IMK_MAPPED, 8, 200},
-    {"mapped12", IMK_MAPPED, 12, IMK_MAPPED, 8, 12},
-    {"rgb", IMK_RGB, 256, IMK_RGB, 24, 0},
-    {"bgr", IMK_BGR, 256, IMK_RGB, 24, 0},
-    {"xbgr", IMK_XBGR, 256, IMK_RGB, 24, 0},
-    {"rgbx", IMK_RGBX, 256, IMK_RGB, 24, 0},
-};
-
-TEST(SunRoundTrip, EveryKindReadsBackWithTheSameColoursStandardOrRunLength) {
-  test::TempDir dir;
-  for (const KindCase& c : kKinds)
-    for (int rle = 0; rle <= 1; ++rle) {
-      SCOPED_TRACE(std::string(c.name) + (rle ? " rle" : " standard"));
-      OwnedPicture src, back;
-      test::makePattern(src, c.type, 37, 23, c.levels);
-      const std::string path = dir.file("x.ras");
-      ASSERT_EQ(test::save(path, src.rec, "sun", 0, rle), 0);
-      const std::vector<uint8_t> b = test::readFile(path);
-      ASSERT_GT(b.size(), 32u);
-      EXPECT_EQ(be32(b, 12), c.depth);
-      EXPECT_EQ(be32(b, 20), rle ? 2u : 1u);
-      EXPECT_EQ(be32(b, 24), c.mapEntries ? 1u : 0u);
-      EXPECT_EQ(be32(b, 28), c.mapEntries * 3);
-      EXPECT_EQ(be32(b, 16), b.size() - 32 - c.mapEntries * 3);  // length of the pixel data
-      ASSERT_EQ(test::load(path, back), 0);
-      EXPECT_EQ(back->type, c.loaded);
-      ASSERT_EQ(back->width, 37);
-      ASSERT_EQ(back->height, 23);
-      EXPECT_EQ(test::toRgb(back.rec), test::toRgb(src.rec));
-      if (c.type == IMK_MAPPED) {
-        EXPECT_EQ(back->colorCount, c.levels);
-        EXPECT_EQ(test::pixelsOf(back.rec), test::pixelsOf(src.rec));
-      }
-    }
+// Depth, type (2: run-length), the colour map's type and length, and the
+// length of the pixel data: whatever follows the header and the map.
+void sunHeader(const std::vector<uint8_t>& file, const checks::RoundTripCase& c, int rle) {
+  ASSERT_GT(file.size(), 32u);
+  const uint32_t map = c.kind == IMK_GREY || c.kind == IMK_MAPPED ? c.levels * 3u : 0u;
+  EXPECT_EQ(test::be(file, 12), static_cast<uint32_t>(c.fileDepth));
+  EXPECT_EQ(test::be(file, 20), rle ? 2u : 1u);
+  EXPECT_EQ(test::be(file, 24), map ? 1u : 0u);
+  EXPECT_EQ(test::be(file, 28), map);
+  EXPECT_EQ(test::be(file, 16), file.size() - 32 - map);
 }
+
+// Every file goes through netpbm's decoder. Standard files go through
+// ImageMagick's too; run-length coded ones through GraphicsMagick's, but for
+// 24 bits: both read byte-encoded 24-bit pixels as R,G,B where standard ones
+// are B,G,R (GIMP writes B,G,R in both, and netpbm reads them so).
+// ImageMagick also drops the end of run-length coded rasters with padded
+// rows, and refuses 1-bit ones whose rows are an even number of bytes.
+std::vector<checks::RoundTripCase> sunCases() {
+  const struct {
+    uint16_t kind;
+    int levels;
+    uint16_t loaded;
+    int depth;
+  } kinds[] = {{IMK_BINARY, 2, IMK_BINARY, 1},  {IMK_GREY, 256, IMK_GREY, 8},
+               {IMK_GREY, 16, IMK_MAPPED, 8},   {IMK_MAPPED, 200, IMK_MAPPED, 8},
+               {IMK_MAPPED, 12, IMK_MAPPED, 8}, {IMK_RGB, 256, IMK_RGB, 24},
+               {IMK_BGR, 256, IMK_RGB, 24},     {IMK_XBGR, 256, IMK_RGB, 24},
+               {IMK_RGBX, 256, IMK_RGB, 24}};
+  std::vector<checks::RoundTripCase> cases;
+  for (const auto& k : kinds)
+    for (int rle = 0; rle <= 1; ++rle) {
+      std::vector<const char*> tools = {"rasttopnm {file}"};
+      if (rle && k.depth < 24) tools.push_back("gm convert {file} ppm:-");
+      cases.push_back({.format = "sun",
+                       .kind = k.kind,
+                       .levels = k.levels,
+                       .loaded = k.loaded,
+                       .options = {rle},
+                       .colours = k.kind == IMK_MAPPED ? k.levels : -1,
+                       .sameNumbers = k.kind == IMK_MAPPED,
+                       .magickReads = !rle,
+                       .toolReads = tools,
+                       .header = sunHeader,
+                       .fileDepth = k.depth});
+    }
+  return cases;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sun, RoundTrip, testing::ValuesIn(sunCases()),
+                         checks::caseName<checks::RoundTripCase>);
+
+// Each file is compared with its writer's own decoding: netpbm's run-length
+// writer drops the last pixels of 1-bit rows, and its reader agrees.
+checks::ToolWriteCase sunTool(const char* command) {
+  const bool netpbm = command[0] == 'p';
+  return {.format = "ras",
+          .command = command,
+          .decoder = netpbm ? "rasttopnm {out}" : "/usr/bin/convert {out} -depth 8 ppm:-"};
+}
+
+INSTANTIATE_TEST_SUITE_P(Sun, ToolWrites,
+                         testing::Values(sunTool("convert {dir}/rgb.ppm SUN:{out}"),
+                                         sunTool("convert {dir}/pal.ppm -type Palette SUN:{out}"),
+                                         sunTool("convert {dir}/bin.pbm -type Bilevel SUN:{out}"),
+                                         sunTool("convert {dir}/grey.pgm SUN:{out}"),
+                                         sunTool("pnmtorast -standard {dir}/rgb.ppm > {out}"),
+                                         sunTool("pnmtorast -rle {dir}/rgb.ppm > {out}"),
+                                         sunTool("pnmtorast -standard {dir}/pal.ppm > {out}"),
+                                         sunTool("pnmtorast -rle {dir}/pal.ppm > {out}"),
+                                         sunTool("pnmtorast -standard {dir}/bin.pbm > {out}"),
+                                         sunTool("pnmtorast -rle {dir}/bin.pbm > {out}"),
+                                         sunTool("pnmtorast -standard {dir}/grey.pgm > {out}")),
+                         checks::caseName<checks::ToolWriteCase>);
 
 TEST(SunWrite, RowsArePaddedToSixteenBits) {
   test::TempDir dir;
@@ -98,85 +120,6 @@ TEST(SunWrite, RowsArePaddedToSixteenBits) {
     ASSERT_EQ(test::save(dir.file("p.ras"), src.rec, "sun"), 0);
     const size_t map = c.type == IMK_MAPPED ? 300 : 0;
     EXPECT_EQ(test::readFile(dir.file("p.ras")).size(), 32 + map + c.rowBytes * 5);
-  }
-}
-
-// ---------------------------------------------------------------------------
-// Independent tools.
-
-// Every file goes through netpbm's decoder. Standard files go through
-// ImageMagick's too; run-length coded ones through GraphicsMagick's, but for
-// 24 bits: both read byte-encoded 24-bit pixels as R,G,B where standard ones
-// are B,G,R (GIMP writes B,G,R in both, and netpbm reads them so).
-// ImageMagick also drops the end of run-length coded rasters with padded
-// rows, and refuses 1-bit ones whose rows are an even number of bytes.
-TEST(SunCrossCheck, NetpbmAndImageMagickOrGraphicsMagickReadOurFiles) {
-  test::TempDir dir;
-  for (const KindCase& c : kKinds)
-    for (int rle = 0; rle <= 1; ++rle) {
-      SCOPED_TRACE(std::string(c.name) + (rle ? " rle" : " standard"));
-      OwnedPicture src;
-      test::makePattern(src, c.type, 41, 17, c.levels);
-      const std::string path = dir.file("x.ras");
-      ASSERT_EQ(test::save(path, src.rec, "sun", 0, rle), 0);
-      std::vector<std::string> decoders = {"rasttopnm " + test::quote(path)};
-      if (!rle) decoders.push_back("/usr/bin/convert " + test::quote(path) + " -depth 8 ppm:-");
-      if (rle && c.depth < 24) decoders.push_back("gm convert " + test::quote(path) + " ppm:-");
-      for (const std::string& decoder : decoders) {
-        SCOPED_TRACE(decoder);
-        std::string out;
-        int w, h;
-        std::vector<uint8_t> rgb;
-        ASSERT_EQ(test::run(decoder + " 2>/dev/null", &out), 0);
-        ASSERT_TRUE(test::parseNetpbm(out, &w, &h, &rgb));
-        EXPECT_EQ(rgb, test::toRgb(src.rec));
-      }
-    }
-}
-
-// Each file is compared with its writer's own decoding: netpbm's run-length
-// writer drops the last pixels of 1-bit rows, and its reader agrees.
-TEST(SunCrossCheck, FilesWrittenByImageMagickAndNetpbmDecodeAsTheyDo) {
-  test::TempDir dir;
-  OwnedPicture rgb, pal, bw, grey;
-  test::makePattern(rgb, IMK_RGB, 45, 31);
-  test::makePattern(pal, IMK_MAPPED, 45, 31, 60);
-  test::makePattern(bw, IMK_BINARY, 45, 31);
-  test::makePattern(grey, IMK_GREY, 45, 31);
-  ASSERT_EQ(test::save(dir.file("rgb.ppm"), rgb.rec, "ppm"), 0);
-  ASSERT_EQ(test::save(dir.file("pal.ppm"), pal.rec, "ppm"), 0);
-  ASSERT_EQ(test::save(dir.file("bw.pbm"), bw.rec, "pbm"), 0);
-  ASSERT_EQ(test::save(dir.file("grey.pgm"), grey.rec, "pgm"), 0);
-  const char* commands[] = {
-      "convert {dir}/rgb.ppm SUN:{dir}/out.ras",
-      "convert {dir}/pal.ppm -type Palette SUN:{dir}/out.ras",
-      "convert {dir}/bw.pbm -type Bilevel SUN:{dir}/out.ras",
-      "convert {dir}/grey.pgm SUN:{dir}/out.ras",
-      "pnmtorast -standard {dir}/rgb.ppm > {dir}/out.ras",
-      "pnmtorast -rle {dir}/rgb.ppm > {dir}/out.ras",
-      "pnmtorast -standard {dir}/pal.ppm > {dir}/out.ras",
-      "pnmtorast -rle {dir}/pal.ppm > {dir}/out.ras",
-      "pnmtorast -standard {dir}/bw.pbm > {dir}/out.ras",
-      "pnmtorast -rle {dir}/bw.pbm > {dir}/out.ras",
-      "pnmtorast -standard {dir}/grey.pgm > {dir}/out.ras",
-  };
-  for (const char* command : commands) {
-    SCOPED_TRACE(command);
-    std::string cmd = command;
-    for (size_t at; (at = cmd.find("{dir}")) != std::string::npos;) cmd.replace(at, 5, dir.path());
-    ASSERT_EQ(test::run(cmd + " 2>/dev/null"), 0);
-    OwnedPicture pic;
-    ASSERT_EQ(test::load(dir.file("out.ras"), pic), 0);
-    const std::string decoder = cmd[0] == 'c' ? "/usr/bin/convert " : "rasttopnm ";
-    std::string out;
-    ASSERT_EQ(test::run(decoder + dir.file("out.ras") + (cmd[0] == 'c' ? " -depth 8 ppm:-" : "") +
-                            " 2>/dev/null",
-                        &out),
-              0);
-    int w, h;
-    std::vector<uint8_t> rgb;
-    ASSERT_TRUE(test::parseNetpbm(out, &w, &h, &rgb));
-    EXPECT_EQ(test::toRgb(pic.rec), rgb);
   }
 }
 
@@ -259,68 +202,21 @@ TEST(SunRead, IndicesPastTheMapAreDamageAndShowBlack) {
 }
 
 TEST(SunRead, HostileHeadersAreRefusedBeforeAllocating) {
-  test::TempDir dir;
   std::vector<uint8_t> longMap = makeSun(2, 2, 8, 1, {1, 2, 3}, {0, 0, 0, 0});
   longMap[30] = 0x10;  // map length 4099, past the end of the file
-  struct Case {
-    const char* name;
-    std::vector<uint8_t> file;
-    int code;
-  } cases[] = {
-      {"wide", makeSun(0x7FFFFFFF, 1, 8, 1, {}, {1, 2}), IMK_ERR_BAD_FILE},
-      {"huge", makeSun(1 << 20, 1 << 20, 24, 1, {}, {1, 2, 3}), IMK_ERR_CORRUPT},
-      {"huge encoded", makeSun(1 << 20, 1 << 20, 24, 2, {}, {0x80, 0xFF, 1}), IMK_ERR_CORRUPT},
-      {"zero height", makeSun(4, 0, 8, 1, {}, {1, 2, 3, 4}), IMK_ERR_BAD_FILE},
-      {"depth 16", makeSun(2, 2, 16, 1, {}, std::vector<uint8_t>(8, 1)), IMK_ERR_BAD_FILE},
-      {"type 4", makeSun(2, 2, 8, 4, {}, std::vector<uint8_t>(4, 1)), IMK_ERR_BAD_FILE},
-      {"map past the end", longMap, IMK_ERR_BAD_FILE},
-      {"map of 2 bytes", makeSun(2, 2, 8, 1, {1, 2}, std::vector<uint8_t>(4, 1)), IMK_ERR_BAD_FILE},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    test::writeFile(dir.file("h.ras"), c.file);
-    OwnedPicture pic;
-    FileInfo info;
-    EXPECT_EQ(test::load(dir.file("h.ras"), pic, 0, 0, &info), c.code) << info.errorText;
-    EXPECT_EQ(pic->pixels, nullptr);
-  }
-}
-
-TEST(SunRead, TruncatedFileFailsOrKeepsTheTopRows) {
-  test::TempDir dir;
-  OwnedPicture src, pic;
-  test::makePattern(src, IMK_RGB, 64, 50);
-  for (int rle = 0; rle <= 1; ++rle) {
-    SCOPED_TRACE(rle);
-    ASSERT_EQ(test::save(dir.file("x.ras"), src.rec, "sun", 0, rle), 0);
-    std::vector<uint8_t> bytes = test::readFile(dir.file("x.ras"));
-    bytes.resize(32 + (bytes.size() - 32) / 2);
-    test::writeFile(dir.file("cut.ras"), bytes);
-    EXPECT_EQ(test::load(dir.file("cut.ras"), pic), IMK_ERR_CORRUPT);
-    EXPECT_EQ(pic->pixels, nullptr);
-    ASSERT_EQ(test::load(dir.file("cut.ras"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
-    for (int y = 0; y < 20; ++y) EXPECT_EQ(std::memcmp(pic.row(y), src.row(y), 64 * 3), 0) << y;
-    EXPECT_NE(std::memcmp(pic.row(49), src.row(49), 64 * 3), 0);
-  }
-}
-
-TEST(SunInfo, HeadersGivePlanesAndBits) {
-  const std::string dir = test::corpusDir() + "/ras/generated/";
-  struct Case {
-    const char* file;
-    int planes, bits;
-  } cases[] = {{"np_1bit_standard.ras", 1, 1},
-               {"im_pal.ras", 1, 8},
-               {"im_rgb.ras", 3, 8},
-               {"im_rgba.ras", 4, 8}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.file);
-    FileInfo info;
-    ASSERT_EQ(imkFileInformation((dir + c.file).c_str(), -1, 0, &info), 0);
-    EXPECT_EQ(info.formatIndex, imkGetIndex("sun"));
-    EXPECT_EQ(info.planes, c.planes);
-    EXPECT_EQ(info.bitsPerPlane, c.bits);
-  }
+  test::expectRefused(
+      {
+          {"wide", makeSun(0x7FFFFFFF, 1, 8, 1, {}, {1, 2}), IMK_ERR_BAD_FILE},
+          {"huge", makeSun(1 << 20, 1 << 20, 24, 1, {}, {1, 2, 3}), IMK_ERR_CORRUPT},
+          {"huge encoded", makeSun(1 << 20, 1 << 20, 24, 2, {}, {0x80, 0xFF, 1}), IMK_ERR_CORRUPT},
+          {"zero height", makeSun(4, 0, 8, 1, {}, {1, 2, 3, 4}), IMK_ERR_BAD_FILE},
+          {"depth 16", makeSun(2, 2, 16, 1, {}, std::vector<uint8_t>(8, 1)), IMK_ERR_BAD_FILE},
+          {"type 4", makeSun(2, 2, 8, 4, {}, std::vector<uint8_t>(4, 1)), IMK_ERR_BAD_FILE},
+          {"map past the end", longMap, IMK_ERR_BAD_FILE},
+          {"map of 2 bytes", makeSun(2, 2, 8, 1, {1, 2}, std::vector<uint8_t>(4, 1)),
+           IMK_ERR_BAD_FILE},
+      },
+      0, 0, false);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "imgkit/internal.h"
-#include "tests/support/test_support.h"
+#include "tests/imgkit/codec_checks.h"
 
 namespace {
 
@@ -75,79 +75,54 @@ std::vector<uint8_t> bytesOf(const std::vector<T>& values) {
 // ---------------------------------------------------------------------------
 // Writing.
 
-struct KindCase {
-  const char* name;
-  uint16_t type;
-  int levels;
-  uint16_t expectType;
-  int expectColors;  // 0: not checked
-  bool sameBytes;    // level numbers, indices or alpha come back unchanged
-  const char* bitsLine;
-};
-
-const KindCase kKinds[] = {
-    {"binary", IMK_BINARY, 2, IMK_BINARY, 2, true, "Bits/Sample: 1"},
-    {"grey4", IMK_GREY, 4, IMK_GREY, 4, true, "Bits/Sample: 2"},
-    {"grey16", IMK_GREY, 16, IMK_GREY, 16, true, "Bits/Sample: 4"},
-    {"grey256", IMK_GREY, 256, IMK_GREY, 256, true, "Bits/Sample: 8"},
-    // Other level counts are stored as 8-bit intensities.
-    {"grey7", IMK_GREY, 7, IMK_GREY, 256, false, "Bits/Sample: 8"},
-    {"mapped", IMK_MAPPED, 10, IMK_MAPPED, 256, true, "Bits/Sample: 8"},
-    {"rgb", IMK_RGB, 0, IMK_RGB, 0, true, "Bits/Sample: 8"},
-    {"rgba", IMK_RGBX, 0, IMK_RGBX, 0, true, "Extra Samples: 1<unassoc-alpha>"},
-    {"bgr", IMK_BGR, 0, IMK_RGB, 0, false, "Bits/Sample: 8"},
-    {"xbgr", IMK_XBGR, 0, IMK_RGB, 0, false, "Bits/Sample: 8"},
-};
-
-struct CompressionCase {
-  int option;
-  const char* scheme;  // as tiffinfo names it
-};
-
-TEST(TiffRoundTrip, EveryKindAndCompressionReadsBackTheSamePixels) {
-  const CompressionCase compressions[] = {{IMK_TIFF_NONE, "Compression Scheme: None"},
-                                          {IMK_TIFF_LZW, "Compression Scheme: LZW"},
-                                          {IMK_TIFF_PACKBITS, "Compression Scheme: PackBits"},
-                                          {IMK_TIFF_DEFLATE, "Compression Scheme: AdobeDeflate"},
-                                          {IMK_TIFF_G4, "Compression Scheme: CCITT Group 4"}};
+// The compression tiffinfo reports (Group 4 holds only bilevel pictures; the
+// rest fall back to LZW) and the bits per sample, or the extra alpha sample.
+void tiffHeader(const std::vector<uint8_t>& file, const checks::RoundTripCase& c, int option) {
   test::TempDir dir;
-  for (const KindCase& k : kKinds) {
-    for (const CompressionCase& c : compressions) {
-      SCOPED_TRACE(std::string(k.name) + " option " + std::to_string(c.option));
-      test::OwnedPicture src;
-      test::makePattern(src, k.type, 45, 31, k.levels);
-      const std::string path = dir.file(std::string(k.name) + std::to_string(c.option) + ".tif");
-      ASSERT_EQ(test::save(path, src.rec, "tiff", 0, c.option), IMK_OK);
-
-      const std::string info = tiffinfo(path);
-      const bool g4 = c.option == IMK_TIFF_G4;
-      // Group 4 holds only bilevel pictures; the rest fall back to LZW.
-      EXPECT_TRUE(contains(info, g4 && k.type != IMK_BINARY ? "Compression Scheme: LZW" : c.scheme))
-          << info;
-      EXPECT_TRUE(contains(info, k.bitsLine)) << info;
-
-      test::OwnedPicture back;
-      FileInfo fi;
-      ASSERT_EQ(test::load(path, back, 0, 0, &fi), IMK_OK) << fi.errorText;
-      EXPECT_EQ(back->type, k.expectType);
-      if (k.expectColors) {
-        EXPECT_EQ(back->colorCount, k.expectColors);
-      }
-      EXPECT_EQ(test::maxDifference(test::toRgb(back.rec), test::toRgb(src.rec)), 0);
-      if (k.sameBytes) {
-        EXPECT_TRUE(samePixels(back, src));
-      }
-      if (k.type == IMK_MAPPED) {
-        EXPECT_EQ(std::memcmp(back->palette, src->palette, 768), 0);
-      }
-
-      int w = 0, h = 0;
-      std::vector<uint8_t> magick;
-      ASSERT_TRUE(test::magickToRgb(path, &w, &h, &magick));
-      EXPECT_EQ(test::maxDifference(magick, test::toRgb(src.rec)), 0);
-    }
-  }
+  test::writeFile(dir.file("t.tif"), file);
+  const std::string info = tiffinfo(dir.file("t.tif"));
+  const std::map<int, const char*> schemes = {{IMK_TIFF_NONE, "None"},
+                                              {IMK_TIFF_LZW, "LZW"},
+                                              {IMK_TIFF_PACKBITS, "PackBits"},
+                                              {IMK_TIFF_DEFLATE, "AdobeDeflate"},
+                                              {IMK_TIFF_G4, "CCITT Group 4"}};
+  const int used = option == IMK_TIFF_G4 && c.kind != IMK_BINARY ? IMK_TIFF_LZW : option;
+  EXPECT_TRUE(contains(info, std::string("Compression Scheme: ") + schemes.at(used))) << info;
+  EXPECT_TRUE(contains(info, c.fileKind ? "Extra Samples: 1<unassoc-alpha>"
+                                        : "Bits/Sample: " + std::to_string(c.fileDepth)))
+      << info;
 }
+
+checks::RoundTripCase tiff(uint16_t kind, int levels, uint16_t loaded, int colours,
+                           bool sameNumbers, int bits) {
+  return {
+      .format = "tiff",
+      .kind = kind,
+      .levels = levels,
+      .loaded = loaded,
+      .options = {IMK_TIFF_NONE, IMK_TIFF_LZW, IMK_TIFF_PACKBITS, IMK_TIFF_DEFLATE, IMK_TIFF_G4},
+      .colours = colours,
+      .sameNumbers = sameNumbers,
+      .width = 45,
+      .height = 31,
+      .header = tiffHeader,
+      .fileKind = kind == IMK_RGBX,
+      .fileDepth = bits};
+}
+
+INSTANTIATE_TEST_SUITE_P(Tiff, RoundTrip,
+                         testing::Values(tiff(IMK_BINARY, 2, IMK_BINARY, 2, true, 1),
+                                         tiff(IMK_GREY, 4, IMK_GREY, 4, true, 2),
+                                         tiff(IMK_GREY, 16, IMK_GREY, 16, true, 4),
+                                         tiff(IMK_GREY, 256, IMK_GREY, 256, true, 8),
+                                         // Other level counts are stored as 8-bit intensities.
+                                         tiff(IMK_GREY, 7, IMK_GREY, 256, false, 8),
+                                         tiff(IMK_MAPPED, 10, IMK_MAPPED, 256, true, 8),
+                                         tiff(IMK_RGB, 256, IMK_RGB, -1, true, 8),
+                                         tiff(IMK_RGBX, 256, IMK_RGBX, -1, true, 8),
+                                         tiff(IMK_BGR, 256, IMK_RGB, -1, false, 8),
+                                         tiff(IMK_XBGR, 256, IMK_RGB, -1, false, 8)),
+                         checks::caseName<checks::RoundTripCase>);
 
 TEST(TiffWrite, StripsAreAboutSixtyFourKilobytesWithAPredictorForLzw) {
   test::TempDir dir;
@@ -159,20 +134,10 @@ TEST(TiffWrite, StripsAreAboutSixtyFourKilobytesWithAPredictorForLzw) {
   EXPECT_TRUE(contains(info, "Predictor: horizontal differencing")) << info;
 }
 
-int stopAtTwo(int step, int) { return step >= 2 ? 1 : 0; }
-
-TEST(TiffWrite, ProgressStopLeavesTheTargetUntouched) {
-  test::TempDir dir;
+TEST(TiffWrite, StoppedOrFailedSavesLeaveTheTargetUntouched) {
   test::OwnedPicture p;
   test::makePattern(p, IMK_RGB, 64, 64);
-  test::writeFile(dir.file("keep.tif"), {'o', 'l', 'd'});
-  LoadOptions o;
-  imkDefaultOption(&o);
-  o.formatIndex = imkGetIndex("tiff");
-  o.flags = IMK_FLAG_PROGRESS;
-  o.progress = stopAtTwo;
-  EXPECT_EQ(imkSave(dir.file("keep.tif").c_str(), &p.rec, &o), IMK_ERR_STOPPED);
-  EXPECT_EQ(test::readFile(dir.file("keep.tif")), (std::vector<uint8_t>{'o', 'l', 'd'}));
+  checks::expectStoppedAndFailedSavesLeaveFilesAlone(p.rec, "tiff");
 }
 
 // ---------------------------------------------------------------------------
@@ -235,15 +200,13 @@ TEST(TiffRead, PagesJoinedByTiffcpAreOurPicturesUnchanged) {
 }
 
 TEST(TiffInfo, CountsPagesWithoutDecodingAndSurvivesDirectoryLoops) {
-  const std::map<std::string, int> pages = {
-      {"pillow/multipage.tiff", 3},
-      {"pillow/multipage_out_of_order.tiff", 3},
-      {"pillow/multipage_multiple_frame_loop.tiff", 2},
-      {"pillow/multipage_single_frame_loop.tiff", 1},
-      {"libtiff-test/test_ifd_loop_to_first.tif", 2},
-      {"libtiff-test/test_ifd_loop_to_self.tif", 1},
-      {"generated/im_multipage3.tif", 3},
-  };
+  const std::map<std::string, int> pages = {{"pillow/multipage.tiff", 3},
+                                            {"pillow/multipage_out_of_order.tiff", 3},
+                                            {"pillow/multipage_multiple_frame_loop.tiff", 2},
+                                            {"pillow/multipage_single_frame_loop.tiff", 1},
+                                            {"libtiff-test/test_ifd_loop_to_first.tif", 2},
+                                            {"libtiff-test/test_ifd_loop_to_self.tif", 1},
+                                            {"generated/im_multipage3.tif", 3}};
   for (const auto& [file, count] : pages) {
     SCOPED_TRACE(file);
     FileInfo info;
@@ -282,8 +245,7 @@ TEST(TiffRead, CorpusGroupsMatchAnIndependentDecoder) {
       {"libtiffpic/off_l16.tif", "LogL luminance mapping"},
       {"libtiffpic/smallliz.tif", "old-style JPEG converted twice"},
       {"libtiffpic/zackthecat.tif", "old-style JPEG converted twice"},
-      {"libtiffpic/strike.tif", "premultiplied colour kept"},
-  };
+      {"libtiffpic/strike.tif", "premultiplied colour kept"}};
   const std::vector<std::string> files = {"generated/im_bw_fax.tif",
                                           "generated/im_bw_group4.tif",
                                           "generated/im_multipage3.tif",
@@ -407,8 +369,7 @@ TEST(TiffRead, LargeStripedTiledAndPlanarFilesDecodeExactly) {
       {"lzw", ""},
       {"tiled", "tiffcp -t -w 128 -l 64 -c zip"},
       {"planar", "tiffcp -p separate -c lzw:2 -r 7"},
-      {"chopped", "tiffcp -c none -r 3000"},
-  };
+      {"chopped", "tiffcp -c none -r 3000"}};
   for (const auto& [name, command] : variants) {
     SCOPED_TRACE(name);
     std::string path = lzw;
@@ -685,61 +646,26 @@ TEST(TiffRead, TruncatedFileFailsOrKeepsTheRowsBeforeTheCut) {
   EXPECT_EQ(rowsOf(pic, 32, 32), std::vector<uint8_t>(16 * 32, 0));
 }
 
-std::vector<int> gSteps;
-int recordSteps(int step, int) {
-  gSteps.push_back(step);
-  return 0;
-}
-int stopAtThree(int step, int) {
-  gSteps.push_back(step);
-  return step >= 3 ? 1 : 0;
-}
-
 TEST(TiffRead, ProgressRunsToTheEndAndCanStopEveryRoute) {
-  test::TempDir dir;
   // Direct route (large enough to be shared between threads) and the RGBA
   // route (YCbCr JPEG).
+  test::TempDir dir;
   test::OwnedPicture big;
   test::makePattern(big, IMK_RGB, 1500, 1200);
   ASSERT_EQ(test::save(dir.file("big.tif"), big.rec, "tiff", 0, IMK_TIFF_LZW), IMK_OK);
-  for (const std::string& path : {dir.file("big.tif"), corpusTiff("generated/im_rgb_jpeg.tif")}) {
-    SCOPED_TRACE(path);
-    LoadOptions o;
-    imkDefaultOption(&o);
-    o.flags |= IMK_FLAG_PROGRESS;
-    o.progress = recordSteps;
-    test::OwnedPicture pic;
-    gSteps.clear();
-    ASSERT_EQ(imkLoad(path.c_str(), &pic.rec, &o, nullptr), IMK_OK);
-    ASSERT_FALSE(gSteps.empty());
-    EXPECT_EQ(gSteps.front(), 0);
-    EXPECT_EQ(gSteps.back(), imk::ProgressMeter::kSteps);
-    for (size_t i = 1; i < gSteps.size(); ++i) EXPECT_EQ(gSteps[i], gSteps[i - 1] + 1);
-
-    pic.reset();
-    o.progress = stopAtThree;
-    gSteps.clear();
-    EXPECT_EQ(imkLoad(path.c_str(), &pic.rec, &o, nullptr), IMK_ERR_STOPPED);
-    EXPECT_EQ(pic->pixels, nullptr);
-    EXPECT_EQ(pic->palette, nullptr);
-    EXPECT_EQ(gSteps.back(), 3);
-  }
+  checks::expectEveryStepAndStopAt(dir.file("big.tif"), 3);
+  checks::expectEveryStepAndStopAt(corpusTiff("generated/im_rgb_jpeg.tif"), 3);
 }
 
-TEST(TiffRead, BadFilesFailWithACodeAndAReason) {
+TEST(TiffRead, HeaderPointingFarPastTheEndFailsWithACodeAndAReason) {
   test::TempDir dir;
   test::writeFile(dir.file("header.tif"), {'I', 'I', 42, 0, 0xFF, 0xFF, 0xFF, 0x7F});
-  const std::vector<std::string> files = {dir.file("header.tif"),
-                                          corpusTiff("pillow/crash/crash-2020-10-test.tif")};
-  for (const std::string& f : files) {
-    SCOPED_TRACE(f);
-    test::OwnedPicture pic;
-    FileInfo info;
-    const int rc = test::load(f, pic, 0, 0, &info);
-    EXPECT_TRUE(rc == IMK_ERR_BAD_FILE || rc == IMK_ERR_CORRUPT) << rc;
-    EXPECT_EQ(pic->pixels, nullptr);
-    EXPECT_NE(info.errorText[0], '\0');
-  }
+  test::OwnedPicture pic;
+  FileInfo info;
+  const int rc = test::load(dir.file("header.tif"), pic, 0, 0, &info);
+  EXPECT_TRUE(rc == IMK_ERR_BAD_FILE || rc == IMK_ERR_CORRUPT) << rc;
+  EXPECT_EQ(pic->pixels, nullptr);
+  EXPECT_NE(info.errorText[0], '\0');
 }
 
 }  // namespace

@@ -9,15 +9,11 @@
 #include <vector>
 
 #include "imgkit/internal.h"
-#include "tests/support/test_support.h"
+#include "tests/imgkit/codec_checks.h"
 
 namespace {
 
 using test::OwnedPicture;
-
-void writeText(const std::string& path, const std::string& text) {
-  test::writeFile(path, std::vector<uint8_t>(text.begin(), text.end()));
-}
 
 // An XPM3 file of one row, one pixel per colour entry (codes of two chars).
 std::string oneRowXpm(const std::vector<std::string>& colours) {
@@ -73,7 +69,7 @@ TEST(XpmColours, ValuesNamesKeysAndNone) {
   };
   std::vector<std::string> colours;
   for (const auto& c : cases) colours.push_back(c.first);
-  writeText(dir.file("c.xpm"), oneRowXpm(colours));
+  test::writeText(dir.file("c.xpm"), oneRowXpm(colours));
   OwnedPicture pic;
   FileInfo info;
   ASSERT_EQ(test::load(dir.file("c.xpm"), pic, 0, 0, &info), 0) << info.errorText;
@@ -105,7 +101,7 @@ TEST(XpmColours, EveryNameOfTheX11DatabaseResolves) {
     const size_t n = std::min<size_t>(200, all.size() - start);
     std::vector<std::string> colours;
     for (size_t i = 0; i < n; ++i) colours.push_back("c " + all[start + i].first);
-    writeText(dir.file("n.xpm"), oneRowXpm(colours));
+    test::writeText(dir.file("n.xpm"), oneRowXpm(colours));
     OwnedPicture pic;
     ASSERT_EQ(test::load(dir.file("n.xpm"), pic), 0);
     for (size_t i = 0; i < n; ++i)
@@ -117,11 +113,11 @@ TEST(XpmColours, EveryNameOfTheX11DatabaseResolves) {
 TEST(XpmRead, SmallTablesAreMappedLargeOnesTrueColourAndXpm2IsRead) {
   test::TempDir dir;
   OwnedPicture pic;
-  writeText(dir.file("bw.xpm"), oneRowXpm({"c #000000", "c white"}));
+  test::writeText(dir.file("bw.xpm"), oneRowXpm({"c #000000", "c white"}));
   ASSERT_EQ(test::load(dir.file("bw.xpm"), pic), 0);
   EXPECT_EQ(pic->type, IMK_BINARY);
 
-  writeText(dir.file("three.xpm"), oneRowXpm({"c red", "c #00FF00", "c blue"}));
+  test::writeText(dir.file("three.xpm"), oneRowXpm({"c red", "c #00FF00", "c blue"}));
   ASSERT_EQ(test::load(dir.file("three.xpm"), pic), 0);
   EXPECT_EQ(pic->type, IMK_MAPPED);
   EXPECT_EQ(pic->colorCount, 3);
@@ -133,13 +129,13 @@ TEST(XpmRead, SmallTablesAreMappedLargeOnesTrueColourAndXpm2IsRead) {
     std::snprintf(colour, sizeof colour, "c #%02X00%02X", i / 256, i % 256);
     many.push_back(colour);
   }
-  writeText(dir.file("many.xpm"), oneRowXpm(many));
+  test::writeText(dir.file("many.xpm"), oneRowXpm(many));
   ASSERT_EQ(test::load(dir.file("many.xpm"), pic), 0);
   EXPECT_EQ(pic->type, IMK_RGB);
   EXPECT_EQ(pixelAt(pic, 299, 0), (Rgba{1, 0, 299 - 256, 255}));
 
   // XPM2: plain lines, no C syntax.
-  writeText(dir.file("v2.xpm"), "! XPM2\n3 2 2 1\n. c #FF0000\n# c blue\n.#.\n##.\n");
+  test::writeText(dir.file("v2.xpm"), "! XPM2\n3 2 2 1\n. c #FF0000\n# c blue\n.#.\n##.\n");
   ASSERT_EQ(test::load(dir.file("v2.xpm"), pic), 0);
   ASSERT_EQ(pic->width, 3);
   ASSERT_EQ(pic->height, 2);
@@ -147,39 +143,34 @@ TEST(XpmRead, SmallTablesAreMappedLargeOnesTrueColourAndXpm2IsRead) {
   EXPECT_EQ(pixelAt(pic, 2, 1), (Rgba{255, 0, 0, 255}));
 }
 
-struct KindCase {
-  const char* name;
-  uint16_t type;
-  int levels;
-  uint16_t loaded;
-};
-
-TEST(XpmRoundTrip, EveryKindReadsBackWithTheSameColours) {
-  const KindCase cases[] = {
-      {"binary", IMK_BINARY, 2, IMK_BINARY},
-      {"grey256", IMK_GREY, 256, IMK_GREY},
-      {"grey16", IMK_GREY, 16, IMK_GREY},
-      {"mapped200", IMK_MAPPED, 200, IMK_MAPPED},
-      {"mapped12", IMK_MAPPED, 12, IMK_MAPPED},
-      {"rgb", IMK_RGB, 0, IMK_RGB},
-      {"bgr", IMK_BGR, 0, IMK_RGB},
-      {"xbgr", IMK_XBGR, 0, IMK_RGB},
-  };
-  test::TempDir dir;
-  for (const KindCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    OwnedPicture src, back;
-    test::makePattern(src, c.type, 37, 23, c.levels > 0 ? c.levels : 256);
-    const std::string path = dir.file(std::string(c.name) + ".xpm");
-    ASSERT_EQ(test::save(path, src.rec, "xpm"), 0);
-    ASSERT_EQ(test::load(path, back), 0);
-    EXPECT_EQ(back->type, c.loaded);
-    EXPECT_EQ(test::toRgb(back.rec), test::toRgb(src.rec));
-    if (c.type == IMK_GREY || c.type == IMK_MAPPED) {
-      EXPECT_EQ(back->colorCount, c.levels);
-    }
-  }
+checks::RoundTripCase xpm(uint16_t kind, int levels, uint16_t loaded) {
+  return {.format = "xpm",
+          .kind = kind,
+          .levels = levels,
+          .loaded = loaded,
+          .colours = kind == IMK_GREY || kind == IMK_MAPPED ? levels : -1,
+          // ImageMagick checks palettes and true colour.
+          .magickReads = kind == IMK_MAPPED || kind >= IMK_RGB};
 }
+
+INSTANTIATE_TEST_SUITE_P(Xpm, RoundTrip,
+                         testing::Values(xpm(IMK_BINARY, 2, IMK_BINARY),
+                                         xpm(IMK_GREY, 256, IMK_GREY), xpm(IMK_GREY, 16, IMK_GREY),
+                                         xpm(IMK_MAPPED, 200, IMK_MAPPED),
+                                         xpm(IMK_MAPPED, 12, IMK_MAPPED),
+                                         xpm(IMK_RGB, 256, IMK_RGB), xpm(IMK_BGR, 256, IMK_RGB),
+                                         xpm(IMK_XBGR, 256, IMK_RGB)),
+                         checks::caseName<checks::RoundTripCase>);
+
+// ImageMagick reduces pictures of more than 256 colours when it writes XPM,
+// so its file is made from a colour-mapped picture.
+INSTANTIATE_TEST_SUITE_P(Xpm, ToolWrites,
+                         testing::Values(checks::ToolWriteCase{
+                             .format = "xpm",
+                             .command = "/usr/bin/convert {dir}/pal.ppm {out}",
+                             .same = "pal",
+                             .kind = IMK_MAPPED}),
+                         checks::caseName<checks::ToolWriteCase>);
 
 TEST(XpmRoundTrip, TransparentPixelsBecomeNoneAndComeBack) {
   test::TempDir dir;
@@ -222,33 +213,6 @@ TEST(XpmWrite, CharactersPerPixelGrowWithTheColourCount) {
   }
 }
 
-TEST(XpmCrossCheck, ImageMagickReadsOursAndWeReadImageMagicks) {
-  test::TempDir dir;
-  for (uint16_t kind : {IMK_MAPPED, IMK_RGB}) {
-    SCOPED_TRACE(kind);
-    OwnedPicture src;
-    test::makePattern(src, kind, 33, 17, 150);
-    ASSERT_EQ(test::save(dir.file("ours.xpm"), src.rec, "xpm"), 0);
-    int w, h;
-    std::vector<uint8_t> rgb;
-    ASSERT_TRUE(test::magickToRgb(dir.file("ours.xpm"), &w, &h, &rgb));
-    ASSERT_EQ(w, 33);
-    EXPECT_EQ(rgb, test::toRgb(src.rec));
-  }
-  // ImageMagick reduces pictures of more than 256 colours when it writes
-  // XPM, so its files are made from a colour-mapped picture.
-  OwnedPicture src;
-  test::makePattern(src, IMK_MAPPED, 33, 17, 150);
-  ASSERT_EQ(test::save(dir.file("src.ppm"), src.rec, "ppm"), 0);
-  ASSERT_EQ(test::run("/usr/bin/convert " + test::quote(dir.file("src.ppm")) + " " +
-                      test::quote(dir.file("theirs.xpm")) + " 2>/dev/null"),
-            0);
-  OwnedPicture back;
-  ASSERT_EQ(test::load(dir.file("theirs.xpm"), back), 0);
-  EXPECT_EQ(back->type, IMK_MAPPED);
-  EXPECT_EQ(test::toRgb(back.rec), test::toRgb(src.rec));
-}
-
 TEST(XpmRead, BrokenFilesAreRefusedAndTruncationKeepsTheRowsRead) {
   test::TempDir dir;
   const std::string head = "/* XPM */\nstatic char *b[] = {\n";
@@ -270,7 +234,7 @@ TEST(XpmRead, BrokenFilesAreRefusedAndTruncationKeepsTheRowsRead) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    writeText(dir.file(c.name), c.text);
+    test::writeText(dir.file(c.name), c.text);
     OwnedPicture pic;
     FileInfo info;
     EXPECT_EQ(test::load(dir.file(c.name), pic, 0, 0, &info), c.code);
@@ -285,7 +249,7 @@ TEST(XpmRead, BrokenFilesAreRefusedAndTruncationKeepsTheRowsRead) {
   EXPECT_STREQ(info.errorText, "too little data for the picture");
   // Three rows declared, two present: with errors ignored the two are kept
   // and the third stays index 0.
-  writeText(dir.file("cut.xpm"), head + "\"2 3 2 1\",\". c red\",\"# c blue\",\"#.\",\".#\"");
+  test::writeText(dir.file("cut.xpm"), head + "\"2 3 2 1\",\". c red\",\"# c blue\",\"#.\",\".#\"");
   EXPECT_EQ(test::load(dir.file("cut.xpm"), pic, 0, 0, &info), IMK_ERR_CORRUPT);
   EXPECT_STREQ(info.errorText, "truncated");
   ASSERT_EQ(test::load(dir.file("cut.xpm"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
@@ -295,17 +259,6 @@ TEST(XpmRead, BrokenFilesAreRefusedAndTruncationKeepsTheRowsRead) {
   // An undefined code shows entry 0 when errors are ignored.
   ASSERT_EQ(test::load(dir.file("undefined"), pic, 0, IMK_FLAG_IGNORE_ERRORS), 0);
   EXPECT_EQ(pixelAt(pic, 1, 0), (Rgba{255, 0, 0, 255}));
-}
-
-TEST(XpmInfo, HeadersAloneGiveSizeAndColourBits) {
-  FileInfo info;
-  const std::string path = test::corpusDir() + "/xpm/pillow/hopper.xpm";  // 44 colours
-  ASSERT_EQ(imkFileInformation(path.c_str(), -1, 0, &info), 0);
-  EXPECT_EQ(info.width, 128);
-  EXPECT_EQ(info.height, 128);
-  EXPECT_EQ(info.planes, 1);
-  EXPECT_EQ(info.bitsPerPlane, 6);
-  EXPECT_EQ(info.pictureCount, 1);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tests/support/test_support.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -262,6 +263,143 @@ void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
   std::ofstream out(path, std::ios::binary);
   out.write(reinterpret_cast<const char*>(bytes.data()),
             static_cast<std::streamsize>(bytes.size()));
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  writeFile(path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+std::string expand(std::string text, const std::string& key, const std::string& value) {
+  const std::string k = "{" + key + "}";
+  for (size_t at = 0; (at = text.find(k, at)) != std::string::npos; at += value.size())
+    text.replace(at, k.size(), value);
+  return text;
+}
+
+uint32_t le(const std::vector<uint8_t>& b, size_t at, int n) {
+  uint32_t v = 0;
+  for (int i = n - 1; i >= 0; --i) v = v << 8 | b.at(at + static_cast<size_t>(i));
+  return v;
+}
+
+uint32_t be(const std::vector<uint8_t>& b, size_t at, int n) {
+  uint32_t v = 0;
+  for (int i = 0; i < n; ++i) v = v << 8 | b.at(at + static_cast<size_t>(i));
+  return v;
+}
+
+void putLe(std::vector<uint8_t>& b, uint32_t v, int n) {
+  for (int i = 0; i < n; ++i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+void putBe(std::vector<uint8_t>& b, uint32_t v, int n) {
+  for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+std::vector<uint8_t> patched(std::vector<uint8_t> file, size_t at,
+                             std::initializer_list<uint8_t> bytes) {
+  if (file.size() < at + bytes.size()) file.resize(at + bytes.size());
+  std::copy(bytes.begin(), bytes.end(), file.begin() + static_cast<long>(at));
+  return file;
+}
+
+namespace {
+int gStopAt = -1;
+std::vector<int>* gSteps = nullptr;
+int stopWhenAsked(int step, int) {
+  if (gSteps) gSteps->push_back(step);
+  return step == gStopAt;
+}
+}  // namespace
+
+int loadStoppingAt(const std::string& path, OwnedPicture& pic, int stopAt,
+                   std::vector<int>* steps) {
+  pic.reset();
+  if (steps) steps->clear();
+  gStopAt = stopAt;
+  gSteps = steps;
+  LoadOptions o;
+  imkDefaultOption(&o);
+  o.flags |= IMK_FLAG_PROGRESS;
+  o.progress = stopWhenAsked;
+  const int rc = imkLoad(path.c_str(), &pic.rec, &o, nullptr);
+  gSteps = nullptr;
+  return rc;
+}
+
+void expectRefused(const std::vector<Refusal>& files, uint16_t flags, int infoCode,
+                   bool needReason) {
+  TempDir dir;
+  for (const Refusal& r : files) {
+    SCOPED_TRACE(r.name);
+    writeFile(dir.file("refused"), r.file);
+    OwnedPicture pic;
+    FileInfo info;
+    EXPECT_EQ(load(dir.file("refused"), pic, 0, flags, &info), r.code) << info.errorText;
+    if (r.reason) {
+      EXPECT_STREQ(info.errorText, r.reason);
+    } else if (needReason) {
+      EXPECT_NE(info.errorText[0], '\0');
+    }
+    EXPECT_EQ(pic->pixels, nullptr);
+    const int rc = imkFileInformation(dir.file("refused").c_str(), -1, 0, &info);
+    if (infoCode < 0) {
+      EXPECT_NE(rc, 0);
+    } else if (infoCode > 0) {
+      EXPECT_EQ(rc, infoCode);
+    }
+  }
+}
+
+void expectCutFileKeepsRows(const std::vector<uint8_t>& file, size_t size, const char* reason,
+                            OwnedPicture& kept, int code) {
+  TempDir dir;
+  writeFile(dir.file("cut"),
+            std::vector<uint8_t>(file.begin(),
+                                 file.begin() + static_cast<long>(std::min(size, file.size()))));
+  FileInfo info;
+  EXPECT_EQ(load(dir.file("cut"), kept, 0, 0, &info), code);
+  EXPECT_STREQ(info.errorText, reason);
+  EXPECT_EQ(kept->pixels, nullptr);
+  ASSERT_EQ(load(dir.file("cut"), kept, 0, IMK_FLAG_IGNORE_ERRORS, &info), 0);
+  EXPECT_STREQ(info.errorText, reason);
+}
+
+std::vector<uint8_t> rgbaOf(const ImageRecord& pic) {
+  const std::vector<uint8_t> rgb = toRgb(pic);
+  std::vector<uint8_t> out(static_cast<size_t>(pic.width) * pic.height * 4);
+  for (int y = 0; y < pic.height; ++y)
+    for (int x = 0; x < pic.width; ++x) {
+      const size_t i = static_cast<size_t>(y) * pic.width + x;
+      for (int c = 0; c < 3; ++c) out[i * 4 + c] = rgb[i * 3 + c];
+      out[i * 4 + 3] = pic.type == IMK_RGBX
+                           ? pic.pixels[static_cast<size_t>(y) * pic.bytesPerLine + x * 4 + 3]
+                           : 255;
+    }
+  return out;
+}
+
+bool magickRgba(const std::string& path, int width, int height, std::vector<uint8_t>* out,
+                int frame) {
+  std::string data;
+  const std::string src = path + "[" + std::to_string(frame) + "]";
+  if (run("/usr/bin/convert " + quote(src) + " -auto-orient -depth 8 rgba:- 2>/dev/null", &data) !=
+      0)
+    return false;
+  if (data.size() != static_cast<size_t>(width) * height * 4) return false;
+  out->assign(data.begin(), data.end());
+  return true;
+}
+
+RgbaDiff compareRgba(const std::vector<uint8_t>& got, const std::vector<uint8_t>& ref) {
+  RgbaDiff d;
+  if (got.size() != ref.size()) return {256, 256};
+  for (size_t i = 0; i < got.size(); i += 4) {
+    d.alpha = std::max(d.alpha, std::abs(got[i + 3] - ref[i + 3]));
+    if (ref[i + 3] == 0) continue;
+    for (int c = 0; c < 3; ++c) d.color = std::max(d.color, std::abs(got[i + c] - ref[i + c]));
+  }
+  return d;
 }
 
 std::string corpusDir() { return VIMORA_CORPUS_DIR; }
