@@ -6,6 +6,22 @@
 
 #include "core/settings.h"
 
+namespace {
+
+// The `Load` settings that reach the library: the Photo CD base, the GROB
+// depth (plus `grobExtra`) and the layout of headerless raw files.
+void fillLoadSettings(LoadOptions* options, int grobExtra) {
+  options->pcdBase = static_cast<uint16_t>(gSettings.loadPcdBase);
+  options->grobBpp = static_cast<uint16_t>(gSettings.loadGrobBpp + grobExtra);
+  options->rawWidth = gSettings.loadWidth;
+  options->rawHeight = gSettings.loadHeight;
+  options->rawOffset = gSettings.loadOffset;
+  options->rawChannelOrder = static_cast<uint16_t>(gSettings.loadChannelOrder);
+  options->rawChannelType = static_cast<uint16_t>(gSettings.loadChannelType);
+}
+
+}  // namespace
+
 int LoadPicture(const char* path, ImageRecord* picture, int16_t formatIndex, int32_t fitWidth,
                 int32_t fitHeight) {
   LoadOptions options;
@@ -16,14 +32,8 @@ int LoadPicture(const char* path, ImageRecord* picture, int16_t formatIndex, int
   options.fitWidth = fitWidth;
   options.fitHeight = fitHeight;
   options.reserved38 = 1;
-  options.pcdBase = static_cast<uint16_t>(gSettings.loadPcdBase);
   // The plain load passes GrobBpp plus one; the load with progress does not.
-  options.grobBpp = static_cast<uint16_t>(gSettings.loadGrobBpp + 1);
-  options.rawWidth = gSettings.loadWidth;
-  options.rawHeight = gSettings.loadHeight;
-  options.rawOffset = gSettings.loadOffset;
-  options.rawChannelOrder = static_cast<uint16_t>(gSettings.loadChannelOrder);
-  options.rawChannelType = static_cast<uint16_t>(gSettings.loadChannelType);
+  fillLoadSettings(&options, 1);
   picture->palette = nullptr;
   picture->pixels = nullptr;
   return imkLoad(path, picture, &options, nullptr) & 0xFF;
@@ -44,13 +54,7 @@ int LoadPictureWithProgress(const char* path, int32_t pictureIndex, ImageRecord*
   options.formatIndex = *formatIndex;
   options.pictureIndex = pictureIndex;
   options.progress = progress;
-  options.pcdBase = static_cast<uint16_t>(gSettings.loadPcdBase);
-  options.grobBpp = static_cast<uint16_t>(gSettings.loadGrobBpp);
-  options.rawWidth = gSettings.loadWidth;
-  options.rawHeight = gSettings.loadHeight;
-  options.rawOffset = gSettings.loadOffset;
-  options.rawChannelOrder = static_cast<uint16_t>(gSettings.loadChannelOrder);
-  options.rawChannelType = static_cast<uint16_t>(gSettings.loadChannelType);
+  fillLoadSettings(&options, 0);
   picture->palette = nullptr;
   picture->pixels = nullptr;
   FileInfo info;

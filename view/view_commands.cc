@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -608,49 +609,43 @@ const MenuRecord kSwapMenu = {
 
 // The conversions, numbered as in the conversion table (their texts come
 // from there).
-const MenuItem kBinaryItems[] = {
-    {nullptr, "Convert1", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 1},
-    {nullptr, "Convert2", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 2},
-    {nullptr, "Convert3", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 3},
-    {nullptr, "Convert4", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 4},
+// Widget names "Convert1" .. "Convert32".
+struct ConvertNames {
+  char text[process::kConversionItemCount + 1][12];
 };
-const MenuItem kGreyItems[] = {
-    {nullptr, "Convert5", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 5},
-    {nullptr, "Convert6", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 6},
-    {nullptr, "Convert7", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 7},
-    {nullptr, "Convert8", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 8},
-    {nullptr, "Convert9", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 9},
-    {nullptr, "Convert10", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 10},
-    {nullptr, "Convert11", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 11},
-    {nullptr, "Convert12", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 12},
-    {nullptr, "Convert13", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 13},
-    {nullptr, "Convert14", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 14},
-    {nullptr, "Convert15", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 15},
-    {nullptr, "Convert16", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 16},
-    {nullptr, "Convert17", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 17},
-};
-const MenuItem kColourItems[] = {
-    {nullptr, "Convert18", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 18},
-    {nullptr, "Convert19", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 19},
-    {nullptr, "Convert20", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 20},
-    {nullptr, "Convert21", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 21},
-    {nullptr, "Convert22", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 22},
-    {nullptr, "Convert23", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 23},
-    {nullptr, "Convert24", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 24},
-    {nullptr, "Convert25", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 25},
-    {nullptr, "Convert26", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 26},
-    {nullptr, "Convert27", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 27},
-    {nullptr, "Convert28", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 28},
-    {nullptr, "Convert29", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 29},
-    {nullptr, "Convert30", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 30},
-    {nullptr, "Convert31", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 31},
-};
+constexpr ConvertNames makeConvertNames() {
+  ConvertNames n{};
+  for (int i = 1; i <= process::kConversionItemCount; ++i) {
+    int k = 0;
+    for (char c : {'C', 'o', 'n', 'v', 'e', 'r', 't'}) n.text[i][k++] = c;
+    if (i >= 10) n.text[i][k++] = static_cast<char>('0' + i / 10);
+    n.text[i][k] = static_cast<char>('0' + i % 10);
+  }
+  return n;
+}
+constexpr ConvertNames kConvertNames = makeConvertNames();
+
+// Items First .. First + Count - 1 of the conversion table.
+template <int First, int Count>
+constexpr std::array<MenuItem, Count> conversionRows() {
+  std::array<MenuItem, Count> rows{};
+  for (int i = 0; i < Count; ++i) {  // no label: the text comes from the table
+    rows[i].name = kConvertNames.text[First + i];
+    rows[i].kind = K::kPush;
+    rows[i].callback = convertCB;
+    rows[i].number = First + i;
+  }
+  return rows;
+}
+const auto kBinaryItems = conversionRows<1, 4>();
+const auto kGreyItems = conversionRows<5, 13>();
+const auto kColourItems = conversionRows<18, 14>();
 const MenuRecord kBinaryMenu = {"Convert to Binary",
                                 "MenuBinary",
                                 false,
                                 false,
                                 'B',
-                                kBinaryItems,
+                                kBinaryItems.data(),
                                 static_cast<int>(std::size(kBinaryItems)),
                                 nullptr};
 const MenuRecord kGreyMenu = {"Convert to Grey",
@@ -658,7 +653,7 @@ const MenuRecord kGreyMenu = {"Convert to Grey",
                               false,
                               false,
                               'G',
-                              kGreyItems,
+                              kGreyItems.data(),
                               static_cast<int>(std::size(kGreyItems)),
                               nullptr};
 const MenuRecord kColourMenu = {"Convert to Colors",
@@ -666,7 +661,7 @@ const MenuRecord kColourMenu = {"Convert to Colors",
                                 false,
                                 false,
                                 'o',
-                                kColourItems,
+                                kColourItems.data(),
                                 static_cast<int>(std::size(kColourItems)),
                                 nullptr};
 
@@ -677,7 +672,7 @@ const MenuItem kImageItems[] = {
     {"Convert to Binary", "MenuBinary", K::kCascade, nullptr, nullptr, 'B', &kBinaryMenu},
     {"Convert to Grey", "MenuGrey", K::kCascade, nullptr, nullptr, 'G', &kGreyMenu},
     {"Convert to Colors", "MenuColors", K::kCascade, nullptr, nullptr, 'o', &kColourMenu},
-    {nullptr, "Convert32", K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 32},
+    {nullptr, kConvertNames.text[32], K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 32},
     {"", "sep2", K::kSeparator},
     {"Swap", "MenuSwap", K::kCascade, nullptr, nullptr, 'w', &kSwapMenu},
 };
