@@ -136,51 +136,23 @@ int locatePage(ReadContext& ctx, PcxPage& P) {
   return parsePage(ctx, page, size, P);
 }
 
-// Pixel bytes of a page: plain, or run-length codes whose runs may continue
-// from one scan line (or plane) into the next.
-class PcxSource {
- public:
-  PcxSource(const uint8_t* p, const uint8_t* end, bool rle) : p_(p), end_(end), rle_(rle) {}
-
-  // Fills the n bytes of `out`; false when the data ends first (the rest of
-  // `out` is then zero).
-  bool fill(uint8_t* out, size_t n) {
-    size_t i = 0;
-    if (!rle_) {
-      const size_t take = std::min<size_t>(n, static_cast<size_t>(end_ - p_));
-      std::memcpy(out, p_, take);
-      p_ += take;
-      i = take;
+// Run-length codes of a page: a byte 0xC0 | n followed by v gives n times v;
+// any other byte is itself. Runs may continue from one scan line (or plane)
+// into the next.
+struct PcxCodes {
+  static bool next(const uint8_t*& p, const uint8_t* end, ByteRun& run) {
+    if (p >= end) return false;
+    const uint8_t c = *p++;
+    if ((c & 0xC0) != 0xC0) {
+      run = {1, c};
+      return true;
     }
-    while (i < n) {
-      if (runLeft_) {
-        const size_t k = std::min<size_t>(runLeft_, n - i);
-        std::memset(out + i, runValue_, k);
-        i += k;
-        runLeft_ -= static_cast<uint32_t>(k);
-        continue;
-      }
-      if (p_ >= end_) break;
-      const uint8_t c = *p_++;
-      if ((c & 0xC0) != 0xC0) {
-        out[i++] = c;
-        continue;
-      }
-      if (p_ >= end_) break;
-      runValue_ = *p_++;
-      runLeft_ = c & 0x3F;  // a zero-length run writes nothing
-    }
-    if (i < n) std::memset(out + i, 0, n - i);
-    return i == n;
+    if (p >= end) return false;
+    run = {c & 0x3Fu, *p++};  // a zero-length run writes nothing
+    return true;
   }
-
- private:
-  const uint8_t* p_;
-  const uint8_t* end_;
-  bool rle_;
-  uint8_t runValue_ = 0;
-  uint32_t runLeft_ = 0;
 };
+using PcxSource = RunSource<PcxCodes>;
 
 // One scan line of bit planes (or packed pixels) into palette indices:
 // plane p supplies bits p*bits .. p*bits+bits-1 of each index.

@@ -89,49 +89,23 @@ int parseHeader(ReadContext& ctx, SunLayout& L) {
 
 // Pixel bytes: plain, or run-length codes (0x80 n v: n+1 times v; 0x80 0: a
 // single 0x80) whose runs may continue from one row into the next.
-class SunSource {
- public:
-  SunSource(const uint8_t* p, const uint8_t* end, bool rle) : p_(p), end_(end), rle_(rle) {}
-
-  // Fills the n bytes of `out`; false when the data ends first (the rest of
-  // `out` is then zero).
-  bool fill(uint8_t* out, size_t n) {
-    size_t i = 0;
-    if (!rle_) {
-      i = std::min<size_t>(n, static_cast<size_t>(end_ - p_));
-      std::memcpy(out, p_, i);
-      p_ += i;
+struct SunCodes {
+  static bool next(const uint8_t*& p, const uint8_t* end, ByteRun& run) {
+    if (p < end && *p != kEscape) {
+      run = {1, *p++};
+    } else if (end - p >= 2 && p[1] == 0) {
+      run = {1, kEscape};
+      p += 2;
+    } else if (end - p >= 3) {
+      run = {p[1] + 1u, p[2]};
+      p += 3;
+    } else {
+      return false;
     }
-    while (i < n) {
-      if (runLeft_) {
-        const size_t k = std::min<size_t>(runLeft_, n - i);
-        std::memset(out + i, runValue_, k);
-        i += k;
-        runLeft_ -= static_cast<uint32_t>(k);
-      } else if (p_ < end_ && *p_ != kEscape) {
-        out[i++] = *p_++;
-      } else if (end_ - p_ >= 2 && p_[1] == 0) {
-        out[i++] = kEscape;
-        p_ += 2;
-      } else if (end_ - p_ >= 3) {
-        runLeft_ = p_[1] + 1u;
-        runValue_ = p_[2];
-        p_ += 3;
-      } else {
-        break;
-      }
-    }
-    if (i < n) std::memset(out + i, 0, n - i);
-    return i == n;
+    return true;
   }
-
- private:
-  const uint8_t* p_;
-  const uint8_t* end_;
-  bool rle_;
-  uint8_t runValue_ = 0;
-  uint32_t runLeft_ = 0;
 };
+using SunSource = RunSource<SunCodes>;
 
 // One padded file row into the record's row.
 void convertRow(const SunLayout& L, const uint8_t* src, uint8_t* dst) {

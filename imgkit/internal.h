@@ -65,10 +65,22 @@ class ByteReader {
     }
     return data_[pos_++];
   }
-  uint16_t u16le() { uint16_t a = u8(); return static_cast<uint16_t>(a | (u8() << 8)); }
-  uint16_t u16be() { uint16_t a = u8(); return static_cast<uint16_t>((a << 8) | u8()); }
-  uint32_t u32le() { uint32_t a = u16le(); return a | (static_cast<uint32_t>(u16le()) << 16); }
-  uint32_t u32be() { uint32_t a = u16be(); return (a << 16) | u16be(); }
+  uint16_t u16le() {
+    uint16_t a = u8();
+    return static_cast<uint16_t>(a | (u8() << 8));
+  }
+  uint16_t u16be() {
+    uint16_t a = u8();
+    return static_cast<uint16_t>((a << 8) | u8());
+  }
+  uint32_t u32le() {
+    uint32_t a = u16le();
+    return a | (static_cast<uint32_t>(u16le()) << 16);
+  }
+  uint32_t u32be() {
+    uint32_t a = u16be();
+    return (a << 16) | u16be();
+  }
   // Copies n bytes; the part past the end is zero-filled. False on overrun.
   bool bytes(void* out, size_t n) {
     size_t avail = remaining();
@@ -129,9 +141,56 @@ class Picture {
 };
 
 // ---------------------------------------------------------------------------
+// Plain or byte-oriented run-length data whose runs may continue from one
+// row (or plane) into the next. `Codes::next(p, end, run)` reads one code
+// from [p, end): a literal byte becomes a run of 1; it returns false when
+// the data ends inside a code.
+struct ByteRun {
+  uint32_t left = 0;
+  uint8_t value = 0;
+};
+
+template <class Codes>
+class RunSource {
+ public:
+  RunSource(const uint8_t* p, const uint8_t* end, bool rle) : p_(p), end_(end), rle_(rle) {}
+
+  // Fills the n bytes of `out`; false when the data ends first (the rest of
+  // `out` is then zero).
+  bool fill(uint8_t* out, size_t n) {
+    size_t i = 0;
+    if (!rle_) {
+      i = n < static_cast<size_t>(end_ - p_) ? n : static_cast<size_t>(end_ - p_);
+      std::memcpy(out, p_, i);
+      p_ += i;
+    }
+    while (i < n) {
+      if (run_.left) {
+        const size_t k = run_.left < n - i ? run_.left : n - i;
+        std::memset(out + i, run_.value, k);
+        i += k;
+        run_.left -= static_cast<uint32_t>(k);
+      } else if (!Codes::next(p_, end_, run_)) {
+        break;
+      }
+    }
+    if (i < n) std::memset(out + i, 0, n - i);
+    return i == n;
+  }
+
+ private:
+  const uint8_t* p_;
+  const uint8_t* end_;
+  bool rle_;
+  ByteRun run_;
+};
+
+// ---------------------------------------------------------------------------
 // Pixel helpers shared by codecs.
 
-inline bool isTrueColor(uint16_t type) { return type != IMK_BINARY && type != IMK_GREY && type != IMK_MAPPED; }
+inline bool isTrueColor(uint16_t type) {
+  return type != IMK_BINARY && type != IMK_GREY && type != IMK_MAPPED;
+}
 // Bytes per pixel of a kind, 0 for an unknown kind.
 int bytesPerPixelOf(uint16_t type);
 // Intensity of grey level `level` out of `count` levels: level*255/(count-1).
