@@ -109,6 +109,17 @@ area_size() {
 # capture WINDOW FILE: the window's pixels as PNG (through its own colormap).
 capture() { xwd -id "$1" -silent | $IM xwd:- -depth 8 "png:$2"; }
 
+# shot NAME WINDOW: keeps a PNG of the window in $VIMORA_SHOTS (when set) as
+# <script>-<depth>-NAME.png, for a person to look at after the run.
+shot() {
+  [ -n "${VIMORA_SHOTS:-}" ] || return 0
+  local depth
+  depth=$(xdpyinfo 2>/dev/null | awk '/depth of root window/ {print $5; exit}')
+  mkdir -p "$VIMORA_SHOTS"
+  capture "$2" "$VIMORA_SHOTS/$(basename "$0" .sh)-${depth:-x}-$1.png" ||
+    fail "could not capture $1"
+}
+
 # pixel FILE X Y: "srgb(r,g,b)".
 pixel() { $IM "$1" -format "%[pixel:p{$2,$3}]" info:; }
 
