@@ -91,8 +91,3 @@ void OpenBrowser(Widget parent, const char* directory) {
   TestLog("browser %s", directory ? directory : "");
   ShowMessage(parent, "Browser", "The browser is not available yet.");
 }
-
-void StartSlideShow(Widget parent, const char* file) {
-  TestLog("slide %s", file ? file : "");
-  ShowMessage(parent, "Slide Show", "The slide show is not available yet.");
-}

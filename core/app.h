@@ -59,8 +59,10 @@ void QuitProgram();
 // browser left, writes the settings and ends the program.
 void LastWindowClosed();
 
-// The browser and the slide show. Until they exist, opening them shows a
-// message saying so; BrowserWindow is then always null.
+// The browser. Until it exists, opening it shows a message saying so;
+// BrowserWindow is then always null.
 Widget BrowserWindow();
 void OpenBrowser(Widget parent, const char* directory);
+// The slide show: with a slide file, the show it describes; without one,
+// the slide-show dialog (tools/).
 void StartSlideShow(Widget parent, const char* file);
