@@ -69,6 +69,18 @@ for round in "1,3" "4,6"; do
 done
 kill "$PID"; wait "$PID" 2>/dev/null; PID=
 
+# Full screen: fitting all pictures scales wheel.png (256x256) to the
+# screen's height; fitting large ones only leaves it at its own size.
+read -r sw sh < <(xwininfo -root | awk '/Width:/ {w=$2} /Height:/ {h=$2} END {print w, h}')
+for case in "2 $sh $sh" "1 $pw $ph"; do
+  set -- $case
+  start -slide "$(sld full$1 "FullScreen = 1" "View = $1")"
+  wait_for "$OUT" '^TEST slide drawn '
+  expect "full screen, View = $1" "$(slide_line drawn)" "$2 $3"
+  [ "$1" = 2 ] && shot fullscreen "$(slide_line show | cut -d' ' -f1)"
+  kill "$PID"; wait "$PID" 2>/dev/null; PID=
+done
+
 # Timer show from a file: "Timer = 40" steps every 40 ms and closes after
 # the last picture; the start window keeps the program running.
 start -slide "$(sld timer "Timer = 40" "Loop = 0")"
