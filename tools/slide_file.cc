@@ -1,9 +1,14 @@
 #include "tools/slide_file.h"
 
+#include <dirent.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include "imgkit/imgkit.h"
 
 namespace tools {
 namespace {
@@ -98,6 +103,54 @@ bool WriteSlideFile(const char* path, const SlideDialogState& s) {
   std::fprintf(f.get(), "View = %d\n", s.view == 1 || s.view == 2 ? s.view : 0);
   for (const std::string& file : s.files) std::fprintf(f.get(), "\"%s\"\n", file.c_str());
   return std::ferror(f.get()) == 0;
+}
+
+uint32_t SlideFlagsOf(const SlideDialogState& s) {
+  uint32_t flags = s.timerMode ? uint32_t{kSlideTimer} : 0u;
+  if (s.loop) flags |= kSlideLoop;
+  if (s.fullScreen) flags |= kSlideFullScreen;
+  if (s.view == 1) flags |= kSlideFitLarge;
+  if (s.view == 2) flags |= kSlideFitAll;
+  if (s.center) flags |= kSlideCenter;
+  if (s.noTitle) flags |= kSlideNoTitle;
+  if (s.suppressErrors) flags |= kSlideNoErrors;
+  if (s.random) flags |= kSlideRandom;
+  return flags;
+}
+
+int32_t SlideDelayOf(const SlideDialogState& s) { return std::max(s.timer, 1) * 1000; }
+
+void ApplySlideFile(const SlideFileContents& c, SlideDialogState* s) {
+  s->timerMode = (c.flags & kSlideTimer) != 0;
+  s->timer = c.timer;
+  s->loop = (c.flags & kSlideLoop) != 0;
+  s->center = (c.flags & kSlideCenter) != 0;
+  s->random = (c.flags & kSlideRandom) != 0;
+  s->suppressErrors = (c.flags & kSlideNoErrors) != 0;
+  s->noTitle = (c.flags & kSlideNoTitle) != 0;
+  s->fullScreen = (c.flags & kSlideFullScreen) != 0;
+  s->view = (c.flags & kSlideFitLarge) ? 1 : (c.flags & kSlideFitAll) ? 2 : 0;
+  if (c.files.empty()) return;
+  s->files.clear();
+  for (const SlideFileName& f : c.files) s->files.emplace_back(f.path);
+}
+
+std::vector<std::string> PicturesInFolder(const std::string& folder) {
+  std::vector<std::string> found;
+  DIR* dir = opendir(folder.c_str());
+  if (!dir) return found;
+  const std::string base = folder.empty() || folder.back() == '/' ? folder : folder + "/";
+  while (const dirent* e = readdir(dir)) {
+    if (e->d_name[0] == '.') continue;
+    const std::string path = base + e->d_name;
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+    FileInfo info{};
+    if (imkFileInformation(path.c_str(), -1, 0, &info) == 0) found.push_back(path);
+  }
+  closedir(dir);
+  std::sort(found.begin(), found.end());
+  return found;
 }
 
 int SlideAdvance(int32_t* current, uint8_t* shown, int32_t count, uint32_t flags, int step,

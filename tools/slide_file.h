@@ -50,6 +50,19 @@ struct SlideDialogState {
   std::vector<std::string> files;
 };
 
+// The option bits and the delay (milliseconds) of a show started from the
+// dialog: the timer in seconds, at least one.
+uint32_t SlideFlagsOf(const SlideDialogState& state);
+int32_t SlideDelayOf(const SlideDialogState& state);
+
+// The dialog's state after loading a slide file (the list is replaced only
+// when the file holds files).
+void ApplySlideFile(const SlideFileContents& contents, SlideDialogState* state);
+
+// The pictures of a folder that the codec library recognises, sorted by
+// name (hidden files left out).
+std::vector<std::string> PicturesInFolder(const std::string& folder);
+
 // Writes the slide file; false when it cannot be created.
 bool WriteSlideFile(const char* path, const SlideDialogState& state);
 

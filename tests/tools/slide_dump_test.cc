@@ -1,7 +1,9 @@
 // Slide files (both directions, and where writer and reader disagree), the
 // order of a show, and the lines of a hexadecimal dump.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -99,6 +101,55 @@ TEST(SlideFile, WriteThenReadKeepsTheKnownDisagreements) {
   EXPECT_EQ(c.flags & (kSlideTimer | kSlideHideMouse), 0u);
   EXPECT_NE(c.flags & kSlideNoErrors, 0u);
   EXPECT_FALSE(WriteSlideFile((dir.path() + "/no/such/dir.sld").c_str(), s));
+}
+
+TEST(SlideDialog, FlagsDelayAndLoadedState) {
+  SlideDialogState s;
+  s.timer = 0;
+  s.loop = s.random = s.noTitle = true;
+  s.view = 2;
+  // Keyboard mode: no timer bit; the delay is seconds (at least one) in ms.
+  EXPECT_EQ(SlideFlagsOf(s), kSlideLoop | kSlideRandom | kSlideNoTitle | kSlideFitAll);
+  EXPECT_EQ(SlideDelayOf(s), 1000);
+  s.timerMode = true;
+  s.timer = 3;
+  EXPECT_EQ(SlideFlagsOf(s) & kSlideTimer, kSlideTimer);
+  EXPECT_EQ(SlideDelayOf(s), 3000);
+
+  // Loading a file without files keeps the list; one with files replaces it.
+  SlideFileContents c;
+  c.flags = kSlideTimer | kSlideFitLarge | kSlideNoErrors;
+  c.timer = 7;
+  SlideDialogState loaded;
+  loaded.files = {"/keep.png"};
+  ApplySlideFile(c, &loaded);
+  EXPECT_TRUE(loaded.timerMode);
+  EXPECT_EQ(loaded.timer, 7);
+  EXPECT_EQ(loaded.view, 1);
+  EXPECT_TRUE(loaded.suppressErrors);
+  EXPECT_FALSE(loaded.noTitle);
+  EXPECT_EQ(loaded.files, std::vector<std::string>{"/keep.png"});
+  SlideFileName name{};
+  std::snprintf(name.path, sizeof name.path, "/new.gif");
+  c.files = {name};
+  ApplySlideFile(c, &loaded);
+  EXPECT_EQ(loaded.files, std::vector<std::string>{"/new.gif"});
+}
+
+TEST(SlideDialog, AddFolderTakesRecognisedPicturesInNameOrder) {
+  test::TempDir dir;
+  const std::string wheel = std::string(VIMORA_SOURCE_DIR) + "/samples/wheel.png";
+  const std::string rings = std::string(VIMORA_SOURCE_DIR) + "/samples/rings.pgm";
+  for (const auto& [from, to] :
+       {std::pair{wheel, "b.png"}, std::pair{rings, "a.pgm"}, std::pair{wheel, ".hidden.png"}}) {
+    std::ifstream in(from, std::ios::binary);
+    std::ofstream(dir.file(to), std::ios::binary) << in.rdbuf();
+  }
+  std::ofstream(dir.file("notes.txt")) << "not a picture\n";
+  ASSERT_EQ(mkdir(dir.file("sub.png").c_str(), 0700), 0);
+  EXPECT_EQ(PicturesInFolder(dir.path()),
+            (std::vector<std::string>{dir.file("a.pgm"), dir.file("b.png")}));
+  EXPECT_TRUE(PicturesInFolder(dir.file("missing")).empty());
 }
 
 int sequence[16];
