@@ -262,6 +262,9 @@ OptionsDialog* create(Widget parent) {
                 XmNbottomOffset, 8, nullptr);
   XtAddCallback(d->list, XmNbrowseSelectionCallback, selectCB, d);
   XtManageChild(d->list);
+  // Tab goes from the list through the controls of the page shown to the
+  // buttons: the order in which the tab groups are registered.
+  exclusiveTab(d->list);
 
   // The pages, stacked in one frame; only the current one is managed.
   Widget frame = XtVaCreateManagedWidget(
@@ -290,7 +293,6 @@ OptionsDialog* create(Widget parent) {
   }
   for (Widget page : d->pages) XtManageChild(page);
 
-  exclusiveTab(XtParent(d->list));
   exclusiveTab(okButton);
   exclusiveTab(cancelButton);
   XtVaSetValues(form, XmNdefaultButton, okButton, XmNcancelButton, cancelButton, XmNinitialFocus,

@@ -10,12 +10,12 @@ $IM -size 48x24 pattern:leftshingle -monochrome "pbm:$PIC"
 cp "$PIC" "$WORK/original.pbm"
 touch -d '2001-01-01 00:00' "$PIC"
 
-# to_grey: Image menu (F10, Right), "Convert to Grey" (g), its seventh item
+# to_grey: Image menu (F10, Right, Down), "Convert to Grey" (g), its seventh item
 # "256 Grey scale" (item 11).
 to_grey() {
   local n
   n=$(grep -c '^TEST converted 11$' "$OUT")
-  keys F10 Right g
+  keys F10 Right Down g
   xdotool key --delay 20 --repeat 6 Down
   xdotool key Return
   wait_count "$OUT" '^TEST converted 11$' $((n + 1))
@@ -50,6 +50,17 @@ kill -0 "$PID" 2>/dev/null || fail "program ended"
 grep -q '^TEST closed' "$OUT" && fail "window closed after cancel"
 cmp -s "$PIC" "$WORK/original.pbm" || fail "file changed after cancel"
 expect "time after cancel" "$(stat -c %Y "$PIC")" "$(date -d '2001-01-01 00:00' +%s)"
+
+# The same with the Cancel button (bottom right of the dialog) clicked.
+close_yes
+geometry=$(xwininfo -id "$DLG")
+w=$(echo "$geometry" | awk '/Width:/ {print $2}')
+h=$(echo "$geometry" | awk '/Height:/ {print $2}')
+xdotool mousemove --window "$DLG" $((w - 50)) $((h - 20)) click 1
+wait_count "$OUT" '^TEST conversion 0$' 2
+wait_count "$OUT" "^TEST saved $PIC 255\$" 2
+cmp -s "$PIC" "$WORK/original.pbm" || fail "file changed after Cancel"
+grep -q '^TEST closed' "$OUT" && fail "window closed after Cancel"
 
 # Yes again, "Binary (Floyd Steinberg)" (second item) chosen with Down and
 # Return: the file is rewritten as a PBM and the window closes.
