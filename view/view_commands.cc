@@ -190,8 +190,8 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 }  // namespace
 
 // In the order the words are compared. The file selector, the save dialog,
-// the hexadecimal viewer and the conversion dialogs do not exist yet: their words are known and do
-// nothing.
+// the hexadecimal viewer and the batch conversion dialogs do not exist yet:
+// their words are known and do nothing.
 const ViewCommand kViewCommands[] = {
     {"open", nullptr},           {"viewHexa", nullptr},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},

@@ -128,16 +128,10 @@ void selectPage(OptionsDialog* d, int page) {
 
 void exclusiveTab(Widget w) { XtVaSetValues(w, XmNnavigationType, XmEXCLUSIVE_TAB_GROUP, nullptr); }
 
-// A label on the left and the control on the right of one row.
-Widget labelledRow(Widget page, const OptionRow& row, Widget* form) {
-  const std::string name = std::string(row.key) + "Row";
-  *form = XtVaCreateManagedWidget(name.c_str(), xmFormWidgetClass, page, nullptr);
-  return *form;
-}
-
+// A text field on the right of a row ("<key>Row"), its label on the left.
 Widget makeText(Widget page, const OptionRow& row, int columns, const char* value) {
-  Widget form = nullptr;
-  labelledRow(page, row, &form);
+  const std::string name = std::string(row.key) + "Row";
+  Widget form = XtVaCreateManagedWidget(name.c_str(), xmFormWidgetClass, page, nullptr);
   Widget field =
       XtVaCreateManagedWidget(row.key, xmTextFieldWidgetClass, form, XmNcolumns, columns, XmNvalue,
                               value, XmNrightAttachment, XmATTACH_FORM, XmNtopAttachment,
