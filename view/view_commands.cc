@@ -459,6 +459,7 @@ void buildItems(Widget pulldown, const MenuRecord& record, Widget shell) {
 void updateCB(Widget cascade, XtPointer data, XtPointer) {
   const PulldownInfo* info = static_cast<const PulldownInfo*>(data);
   if (info->record->update) info->record->update(info->pulldown, ViewOfWidget(cascade));
+  TestLog("menu %s", info->record->name);
 }
 
 // Makes the menu's items the first time it opens, then stops being called.

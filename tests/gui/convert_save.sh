@@ -11,11 +11,14 @@ cp "$PIC" "$WORK/original.pbm"
 touch -d '2001-01-01 00:00' "$PIC"
 
 # to_grey: Image menu (F10, Right, Down), "Convert to Grey" (g), its seventh item
-# "256 Grey scale" (item 11).
+# "256 Grey scale" (item 11). The menu's keys wait until it has opened.
 to_grey() {
-  local n
+  local n m
   n=$(grep -c '^TEST converted 11$' "$OUT")
-  keys F10 Right Down g
+  m=$(grep -c '^TEST menu MenuImage$' "$OUT")
+  keys F10 Right Down
+  wait_count "$OUT" '^TEST menu MenuImage$' $((m + 1))
+  xdotool key --delay 20 g
   xdotool key --delay 20 --repeat 6 Down
   xdotool key Return
   wait_count "$OUT" '^TEST converted 11$' $((n + 1))
