@@ -260,7 +260,9 @@ OptionsDialog* create(Widget parent) {
   // buttons: the order in which the tab groups are registered.
   exclusiveTab(d->list);
 
-  // The pages, stacked in one frame; only the current one is managed.
+  // The pages, stacked in one frame; only the current one is managed. All
+  // are managed at first so that the area takes the size of the largest and
+  // keeps it (it only grows).
   Widget frame = XtVaCreateManagedWidget(
       "framePage", xmFrameWidgetClass, form, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget,
       XtParent(d->list), XmNleftOffset, 8, XmNrightAttachment, XmATTACH_FORM, XmNtopAttachment,
@@ -290,7 +292,7 @@ OptionsDialog* create(Widget parent) {
   exclusiveTab(okButton);
   exclusiveTab(cancelButton);
   XtVaSetValues(form, XmNdefaultButton, okButton, XmNcancelButton, cancelButton, XmNinitialFocus,
-                XtParent(d->list), nullptr);
+                d->list, nullptr);
   XtManageChild(form);
   return d;
 }
