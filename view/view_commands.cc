@@ -24,6 +24,7 @@
 #include "process/geometry.h"
 #include "view/view_window.h"
 #include "widgets/message_box.h"
+#include "widgets/options_dialog.h"
 
 namespace {
 
@@ -62,6 +63,8 @@ void closeCmd(ViewWindow* v, Widget) {
 }
 
 void quitCmd(ViewWindow*, Widget) { QuitProgram(); }
+
+void optionsCmd(ViewWindow* v, Widget origin) { OpenOptionsDialog(v ? v->shell : origin, 0); }
 
 void undoCmd(ViewWindow* v, Widget) {
   if (!v || !v->undoPicture.pixels) return;
@@ -187,8 +190,8 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 }  // namespace
 
 // In the order the words are compared. The file selector, the save dialog,
-// the hexadecimal viewer, the conversion dialogs and the options dialog do
-// not exist yet: their words are known and do nothing.
+// the hexadecimal viewer and the batch conversion dialogs do not exist yet:
+// their words are known and do nothing.
 const ViewCommand kViewCommands[] = {
     {"open", nullptr},           {"viewHexa", nullptr},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},
@@ -196,7 +199,7 @@ const ViewCommand kViewCommands[] = {
     {"slideShow", slideShowCmd}, {"sequenceConvert", nullptr},
     {"multiConvert", nullptr},   {"quit", quitCmd},
     {"undo", undoCmd},           {"crop", cropCmd},
-    {"options", nullptr},        {"adaptiveSize", adaptiveCmd},
+    {"options", optionsCmd},     {"adaptiveSize", adaptiveCmd},
     {"fitImage", fitCmd},        {"fullScreen", fullScreenCmd},
     {"statusBar", statusBarCmd}, {"toolBar", toolBarCmd},
     {"zoom+", zoomInCmd},        {"zoom-", zoomOutCmd},
@@ -456,6 +459,7 @@ void buildItems(Widget pulldown, const MenuRecord& record, Widget shell) {
 void updateCB(Widget cascade, XtPointer data, XtPointer) {
   const PulldownInfo* info = static_cast<const PulldownInfo*>(data);
   if (info->record->update) info->record->update(info->pulldown, ViewOfWidget(cascade));
+  TestLog("menu %s", info->record->name);
 }
 
 // Makes the menu's items the first time it opens, then stops being called.

@@ -19,9 +19,11 @@
 #include "core/app.h"
 #include "core/messages.h"
 #include "core/picture_io.h"
+#include "core/save.h"
 #include "core/settings.h"
 #include "core/test_log.h"
 #include "view/view_commands.h"
+#include "widgets/conversion_dialog.h"
 #include "widgets/message_box.h"
 
 namespace {
@@ -623,7 +625,15 @@ void CloseView(ViewWindow* v) {
   if (v->modified) {
     char question[1100];
     std::snprintf(question, sizeof question, "Do you want to save changes to \n  '%s' ?", v->path);
-    if (AskYesNo(v->shell, "Question", question)) RunViewCommand(v, "saveFiles");
+    if (AskYesNo(v->shell, "Question", question)) {
+      // Saved in place, in the format it was read from. A failed save (or a
+      // cancelled conversion) keeps the window, so nothing is lost.
+      const int result =
+          SavePicture(GuiSaveHooks(v->shell), v->path, v->formatIndex, &v->picture, 0, 0, true);
+      TestLog("saved %s %d", v->path, result);
+      if (result != 0) return;
+      v->modified = false;
+    }
   }
   XtDestroyWidget(v->shell);
 }
