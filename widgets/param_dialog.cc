@@ -297,24 +297,32 @@ Widget framed(Widget parent, const ParamControl& c) {
 void addScale(DialogState* s, Widget parent, const ParamControl& c, int position) {
   const std::string name = params::controlName(c);
   const bool mapped = c.map != params::ValueMap::kSame;
+  // A mapped value (levels, gamma) is shown by a label above the slider, in
+  // the place of the slider's own number.
+  Widget label = nullptr;
+  if (mapped) {
+    const std::string labelName = "label" + name.substr(std::strlen("scale"));
+    XmString text = xmString(params::positionText(c, position));
+    label = XtVaCreateManagedWidget(labelName.c_str(), xmLabelWidgetClass, parent, XmNlabelString,
+                                    text, XmNalignment, XmALIGNMENT_CENTER, nullptr);
+    XmStringFree(text);
+  }
   XmString title = xmString(c.label);
   Widget scale = XtVaCreateManagedWidget(
       name.c_str(), xmScaleWidgetClass, parent, XmNorientation, XmHORIZONTAL, XmNminimum, c.min,
       XmNmaximum, c.max, XmNvalue, position, XmNshowValue, mapped ? False : True, XmNtitleString,
       title, XmNscaleWidth, 260, XmNhighlightThickness, 1, nullptr);
   XmStringFree(title);
+  if (label) {
+    Dimension width = 0;
+    XtVaGetValues(scale, XmNwidth, &width, nullptr);
+    XtVaSetValues(label, XmNrecomputeSize, False, XmNwidth, width, nullptr);
+  }
   // Arrow keys move by one; Page keys by about a tenth of the range.
   XtVaSetValues(scale, XmNscaleMultiple, std::max(1, (c.max - c.min) / 10), nullptr);
-  Widget label = nullptr;
-  if (mapped) {
-    const std::string labelName = "label" + name.substr(std::strlen("scale"));
-    label = labelWidget(parent, labelName.c_str(), params::positionText(c, position));
-    XtAddCallback(scale, XmNvalueChangedCallback, scaleLabelCB, s);
-    XtAddCallback(scale, XmNdragCallback, scaleLabelCB, s);
-  } else {
-    XtAddCallback(scale, XmNvalueChangedCallback, changedCB, s);
-    XtAddCallback(scale, XmNdragCallback, changedCB, s);
-  }
+  XtCallbackProc changed = mapped ? scaleLabelCB : changedCB;
+  XtAddCallback(scale, XmNvalueChangedCallback, changed, s);
+  XtAddCallback(scale, XmNdragCallback, changed, s);
   s->inputs.push_back(scale);
   s->valueLabels.push_back(label);
 }
@@ -456,8 +464,9 @@ DialogState* createParamDialog(Widget parent, const ParamDialog& dialog, ImageRe
 
   Widget form = XtVaCreateManagedWidget("form", xmFormWidgetClass, box, nullptr);
   Widget controls = XtVaCreateManagedWidget(
-      "controls", xmRowColumnWidgetClass, form, XmNorientation, XmVERTICAL, XmNtopAttachment,
-      XmATTACH_FORM, XmNleftAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
+      "controls", xmRowColumnWidgetClass, form, XmNorientation, XmVERTICAL, XmNisAligned, False,
+      XmNtopAttachment, XmATTACH_FORM, XmNleftAttachment, XmATTACH_FORM, XmNbottomAttachment,
+      XmATTACH_FORM, nullptr);
   const std::vector<int> positions = params::startPositions(dialog, picture);
   size_t at = 0;
   for (const ParamControl& c : dialog.controls) {
@@ -493,8 +502,11 @@ DialogState* createParamDialog(Widget parent, const ParamDialog& dialog, ImageRe
                                       XmNtraversalOn, False, nullptr);
     XtAddCallback(s->area, XmNexposeCallback, exposeCB, s);
   }
-  if (!s->inputs.empty()) XtVaSetValues(box, XmNinitialFocus, s->inputs.front(), nullptr);
+  // Tab goes from control to control (the arrows act inside each one).
+  for (Widget w : s->inputs) XtVaSetValues(w, XmNnavigationType, XmEXCLUSIVE_TAB_GROUP, nullptr);
   XtManageChild(box);
+  // The keyboard starts on the first control, not on the buttons.
+  if (!s->inputs.empty()) XmProcessTraversal(s->inputs.front(), XmTRAVERSE_CURRENT);
   if (s->area) startPreview(s, picture);
   return s;
 }
