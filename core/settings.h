@@ -40,7 +40,8 @@ struct Settings {
   bool viewShowFilename = true;
   bool viewMouseNavigation = true;
 
-  // Resize: the resampling of the resize dialog (0 linear, 1 quick).
+  // Resize: the resampling of the resize dialog (process::ResampleType: 0
+  // quick, 1 linear).
   int resizeResample = 0;
 
   // Browser: the browser window's state.
