@@ -263,10 +263,16 @@ const MenuItem kFilterItems[] = {
 
 void UpdateFilterMenu(Widget pulldown, ViewWindow* v) {
   const bool mapped = v && v->picture.type == IMK_MAPPED;
+  // The effects sit in a submenu, which is not a child of this pulldown.
+  Widget effects = nullptr;
+  if (Widget cascade = XtNameToWidget(pulldown, "MenuEffects"))
+    XtVaGetValues(cascade, XmNsubMenuId, &effects, nullptr);
   for (const ProcessAction& a : kProcessActions) {
     if (!a.bytesAsNumbers) continue;
-    const std::string name = std::string("*") + a.name;
-    if (Widget w = XtNameToWidget(pulldown, name.c_str())) XtSetSensitive(w, !mapped);
+    for (Widget menu : {pulldown, effects}) {
+      if (!menu) continue;
+      if (Widget w = XtNameToWidget(menu, a.name)) XtSetSensitive(w, !mapped);
+    }
   }
 }
 
