@@ -23,6 +23,7 @@
 #include <cstring>
 #include <string>
 
+#include "core/settings.h"
 #include "core/test_log.h"
 #include "display/converter.h"
 #include "process/operation.h"
@@ -492,7 +493,8 @@ DialogState* createParamDialog(Widget parent, const ParamDialog& dialog, ImageRe
     }
     at += static_cast<size_t>(params::positionCount(c));
   }
-  if (dialog.preview && picture && picture->pixels) {
+  // The setting "ProcessAutoView" turns the live previews off.
+  if (dialog.preview && gSettings.processAutoView && picture && picture->pixels) {
     Widget frame = XtVaCreateManagedWidget("framePreview", xmFrameWidgetClass, form,
                                            XmNtopAttachment, XmATTACH_FORM, XmNleftAttachment,
                                            XmATTACH_WIDGET, XmNleftWidget, controls, XmNleftOffset,

@@ -14,9 +14,9 @@
 // Shows `dialog` over `parent` (whose shell gives the visual, depth and
 // colormap) and waits for the answer in a local event loop. The controls
 // start from the remembered values (the picture's size for size fields).
-// When the descriptor asks for it, a reduced copy of `picture` processed with
-// the current values is drawn through `visual` and `colormap` and redrawn
-// shortly after each change. OK: true, the chosen positions in `positions`
+// When the descriptor asks for it and the setting processAutoView is on, a
+// reduced copy of `picture` processed with the current values is drawn
+// through `visual` and `colormap` and redrawn shortly after each change. OK: true, the chosen positions in `positions`
 // (one per control, 25 for the matrix) and remembered in the settings.
 // Cancel, Escape or closing the window: false, and nothing is changed. The
 // dialog's widgets are destroyed either way; the picture is only read.
