@@ -5,9 +5,12 @@
 // default.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
+
+#include "core/process_slots.h"
 
 constexpr int kRecentFiles = 9;
 constexpr int kRecentDirs = 10;
@@ -37,7 +40,8 @@ struct Settings {
   bool viewShowFilename = true;
   bool viewMouseNavigation = true;
 
-  // Resize: the resampling of the resize dialog (0 linear, 1 quick).
+  // Resize: the resampling of the resize dialog (process::ResampleType: 0
+  // quick, 1 linear).
   int resizeResample = 0;
 
   // Browser: the browser window's state.
@@ -115,7 +119,8 @@ struct Settings {
 
   // Process: show results at once, and the last value of each dialog.
   bool processAutoView = true;
-  int processLastValue[kProcessValues] = {};
+  // Slots and their defaults: core/process_slots.h.
+  std::array<int, kProcessValues> processLastValue = ProcessSlotDefaults<kProcessValues>();
 
   // Convert: go on without a message when a file of a batch fails.
   bool convertHideError = false;

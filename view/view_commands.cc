@@ -22,6 +22,7 @@
 #include "display/icons.h"
 #include "process/conversion_items.h"
 #include "process/geometry.h"
+#include "view/process_menu.h"
 #include "view/view_window.h"
 #include "widgets/message_box.h"
 #include "widgets/options_dialog.h"
@@ -601,16 +602,6 @@ const MenuItem kFileItems[] = {
     {"9:", "FileItem9", K::kRecent, nullptr, nullptr, 0, nullptr, recentFileCB, 9},
 };
 
-// The channel swaps have no operation wired yet.
-const MenuItem kSwapItems[] = {
-    {"RGB->BRG", "SwapBRG", K::kPush, nullptr}, {"RGB->GBR", "SwapGBR", K::kPush, nullptr},
-    {"RGB->RBG", "SwapRBG", K::kPush, nullptr}, {"RGB->BGR", "SwapBGR", K::kPush, nullptr},
-    {"RGB->GRB", "SwapGRB", K::kPush, nullptr},
-};
-const MenuRecord kSwapMenu = {
-    "Swap", "MenuSwap", false, false, 'w', kSwapItems, static_cast<int>(std::size(kSwapItems)),
-    nullptr};
-
 // The conversions, numbered as in the conversion table (their texts come
 // from there).
 // Widget names "Convert1" .. "Convert32".
@@ -678,11 +669,15 @@ const MenuItem kImageItems[] = {
     {"Convert to Colors", "MenuColors", K::kCascade, nullptr, nullptr, 'o', &kColourMenu},
     {nullptr, kConvertNames.text[32], K::kPush, nullptr, nullptr, 0, nullptr, convertCB, 32},
     {"", "sep2", K::kSeparator},
-    {"Swap", "MenuSwap", K::kCascade, nullptr, nullptr, 'w', &kSwapMenu},
-};
-
-const MenuItem kFilterItems[] = {
-    {"Filters...", "Filters", K::kPush, nullptr, nullptr, 'F'},
+    {"Map", "MenuMap", K::kCascade, nullptr, nullptr, 'M', &MenuMap},
+    {"Adjust", "MenuAdjust", K::kCascade, nullptr, nullptr, 'A', &MenuAdjust},
+    {"Swap", "MenuSwap", K::kCascade, nullptr, nullptr, 'w', &MenuSwap},
+    {"", "sep3", K::kSeparator},
+    {"Flip", "MenuFlip", K::kCascade, nullptr, nullptr, 'F', &MenuFlip},
+    {"Rotate", "MenuRotate", K::kCascade, nullptr, nullptr, 'R', &MenuRotate},
+    {"Canvas size...", "CanvasSize", K::kPush, nullptr, nullptr, 'v', nullptr, ProcessMenuCB,
+     kActCanvas},
+    {"Resize...", "Resize", K::kPush, nullptr, nullptr, 's', nullptr, ProcessMenuCB, kActResize},
 };
 
 const MenuItem kViewItems[] = {
@@ -725,8 +720,6 @@ const MenuRecord MenuFile = {"File",     "MenuFile",          false,     false, 
                              kFileItems, countOf(kFileItems), updateFile};
 const MenuRecord MenuImage = {"Image",     "MenuImage",          false,      false, 'I',
                               kImageItems, countOf(kImageItems), updateImage};
-const MenuRecord MenuFilter = {"Filter",     "MenuFilter",          false,  false, 'l',
-                               kFilterItems, countOf(kFilterItems), nullptr};
 const MenuRecord MenuView = {"View",     "MenuView",          false,     false, 'V',
                              kViewItems, countOf(kViewItems), updateView};
 const MenuRecord MenuInfo = {"Info",     "MenuInfo",          true,   false, 'n',
@@ -767,7 +760,7 @@ void UpdateViewSensitivity(ViewWindow* v) {
   for (size_t i = 0; i < v->toolButtons.size(); ++i)
     XtSetSensitive(v->toolButtons[i], commandSensitive(v, kToolBarButtons[i].word));
   if (!v->menu) return;
-  static const MenuRecord* const kMenus[] = {&MenuFile, &MenuImage, &MenuView};
+  static const MenuRecord* const kMenus[] = {&MenuFile, &MenuImage, &MenuFilter, &MenuView};
   for (const MenuRecord* record : kMenus) {
     const std::string name = std::string("*") + record->name + (useMenuBar ? "pulldown" : "popup");
     Widget pulldown = XtNameToWidget(v->menu, name.c_str());
