@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# Bubble help on a tool-bar button; a long load shows the "VmoraProgress"
+# dialog and stops on Escape and on "Stop" without a message; a load error
+# still shows its message; the window stays usable throughout.
+. "$(dirname "$0")/lib.sh" "$1"
+
+# A large picture whose reader reports progress row by row, so that the load
+# is still running when the test answers the dialog.
+$IM -size 16x16 xc:red "PNG24:$WORK/small.png"
+$IM -size 4000x3000 gradient:red-blue "PNG24:$WORK/big.png"
+cp "$WORK/big.png" "$WORK/big2.png"
+echo "not a picture" >"$WORK/bad.png"
+start "$WORK/small.png" "$WORK/big.png" "$WORK/big2.png" "$WORK/bad.png"
+view_windows
+info() { wait_count "$OUT" '^TEST info ' "$1"; last_test info; }
+expect "first picture" "$(info 1)" "Width: 16  Height: 16  Depth: 24  (True Colors) / Percentage 100%"
+
+# Bubble help: the ninth button of the tool bar is "zoom+".
+BAR=$(last_test toolbar)
+BUTTON=$(xwininfo -children -id "$BAR" | awk '/^ +0x/ {print $1}' | sed -n 9p)
+[ -n "$BUTTON" ] || fail "no ninth tool-bar button"
+xdotool mousemove --window "$BUTTON" 6 6
+wait_for "$OUT" '^TEST bubble 0x[0-9a-f]+ Zoom in$'
+BUBBLE=$(last_test bubble | cut -d' ' -f1)
+xwininfo -id "$BUBBLE" | grep -q 'IsViewable' || fail "the bubble is not shown"
+shot bubble "$BUBBLE"
+xdotool mousemove --window "$AREA" 100 100
+wait_for "$OUT" '^TEST bubble hidden$'
+
+# stop_load KEY HOW: a load started by KEY is stopped with Escape ("escape")
+# or by clicking "Stop" ("click"). The program is held still while the
+# answer is given, so the load cannot end first; the answer waits in its
+# event queue until the next progress call handles it.
+stop_load() {
+  local n line dialog button
+  n=$(grep -c '^TEST progress 0x' "$OUT")
+  keys "$1"
+  wait_count "$OUT" '^TEST progress 0x' $((n + 1))
+  kill -STOP "$PID"
+  line=$(grep '^TEST progress 0x' "$OUT" | tail -1)
+  dialog=$(echo "$line" | cut -d' ' -f3)
+  button=$(echo "$line" | cut -d' ' -f5)
+  [ "$(xdotool search --onlyvisible --classname VmoraProgress | grep -c .)" -ge 1 ] ||
+    { kill -CONT "$PID"; fail "no VmoraProgress window"; }
+  xwininfo -id "$dialog" | grep -q 'IsViewable' || { kill -CONT "$PID"; fail "dialog not shown"; }
+  if [ "$2" = escape ]; then
+    shot progress "$dialog"
+    xdotool windowfocus --sync "$dialog" key Escape
+  else
+    xdotool mousemove --window "$button" 5 5 click 1
+  fi
+  kill -CONT "$PID"
+}
+
+stop_load Next escape
+wait_for "$OUT" "^TEST load $WORK/big.png 15\$"
+wait_for "$OUT" '^TEST progress closed$'
+grep -q '^TEST progress stop$' "$OUT" || fail "Escape did not ask to stop"
+# The window still shows the small picture and answers keys.
+keys plus
+expect "zoom after a stopped load" "$(info 2)" \
+  "Width: 16  Height: 16  Depth: 24  (True Colors) / Percentage 200%"
+
+stop_load Next click
+wait_for "$OUT" "^TEST load $WORK/big2.png 15\$"
+expect "stop requests" "$(grep -c '^TEST progress stop$' "$OUT")" 2
+grep -q '^TEST message' "$OUT" && fail "a stopped load showed a message"
+
+# A file the library does not know: its message, over the view.
+keys Next
+wait_for "$OUT" "^TEST load $WORK/bad.png 2\$"
+wait_for "$OUT" "^TEST message Don't know how to read \$"
+wait_for "$OUT" "^<$WORK/bad.png>\$"
+for i in $(seq 100); do
+  E=$(xdotool search --onlyvisible --name '^Error$' | head -1)
+  [ -n "$E" ] && break
+  sleep 0.02
+done
+[ -n "$E" ] || fail "no error dialog"
+shot error "$E"
+xdotool windowfocus --sync "$E" key Return
+keys minus
+expect "zoom after the error" "$(info 3 | sed 's/.*Percentage //')" "100%"
+keys ctrl+q
+wait_exit
+expect "exit status" "$STATUS" 0
+grep -q 'Warning' "$ERR" && fail "toolkit warnings on stderr"
+exit 0
