@@ -7,13 +7,16 @@
 # A large picture whose reader reports progress row by row, so that the load
 # is still running when the test answers the dialog.
 $IM -size 16x16 xc:red "PNG24:$WORK/small.png"
-$IM -size 4000x3000 gradient:red-blue "PNG24:$WORK/big.png"
+ppmmake red 5000 4000 | pnmtopng >"$WORK/big.png"
 cp "$WORK/big.png" "$WORK/big2.png"
 echo "not a picture" >"$WORK/bad.png"
 start "$WORK/small.png" "$WORK/big.png" "$WORK/big2.png" "$WORK/bad.png"
 view_windows
 info() { wait_count "$OUT" '^TEST info ' "$1"; last_test info; }
 expect "first picture" "$(info 1)" "Width: 16  Height: 16  Depth: 24  (True Colors) / Percentage 100%"
+# Even the first load, before any window exists, went through the dialog.
+expect "first load" "$(grep -c "^TEST load $WORK/small.png 0\$" "$OUT")" 1
+expect "dialog closed" "$(grep -c '^TEST progress closed$' "$OUT")" 1
 
 # Bubble help: the ninth button of the tool bar is "zoom+".
 BAR=$(last_test toolbar)
@@ -26,6 +29,14 @@ xwininfo -id "$BUBBLE" | grep -q 'IsViewable' || fail "the bubble is not shown"
 shot bubble "$BUBBLE"
 xdotool mousemove --window "$AREA" 100 100
 wait_for "$OUT" '^TEST bubble hidden$'
+# Pressing the button hides it as well (and runs the button's command).
+xdotool mousemove --window "$BUTTON" 8 8
+wait_count "$OUT" '^TEST bubble 0x' 2
+xdotool click 1
+wait_count "$OUT" '^TEST bubble hidden$' 2
+wait_for "$OUT" '^TEST command zoom\+$'
+expect "zoom by the button" "$(info 2 | sed 's/.*Percentage //')" "200%"
+xdotool mousemove --window "$AREA" 100 100
 
 # stop_load KEY HOW: a load started by KEY is stopped with Escape ("escape")
 # or by clicking "Stop" ("click"). The program is held still while the
@@ -57,9 +68,9 @@ wait_for "$OUT" "^TEST load $WORK/big.png 15\$"
 wait_for "$OUT" '^TEST progress closed$'
 grep -q '^TEST progress stop$' "$OUT" || fail "Escape did not ask to stop"
 # The window still shows the small picture and answers keys.
-keys plus
-expect "zoom after a stopped load" "$(info 2)" \
-  "Width: 16  Height: 16  Depth: 24  (True Colors) / Percentage 200%"
+keys minus
+expect "zoom after a stopped load" "$(info 3)" \
+  "Width: 16  Height: 16  Depth: 24  (True Colors) / Percentage 100%"
 
 stop_load Next click
 wait_for "$OUT" "^TEST load $WORK/big2.png 15\$"
@@ -80,7 +91,7 @@ done
 shot error "$E"
 xdotool windowfocus --sync "$E" key Return
 keys minus
-expect "zoom after the error" "$(info 3 | sed 's/.*Percentage //')" "100%"
+expect "zoom after the error" "$(info 4 | sed 's/.*Percentage //')" "50%"
 keys ctrl+q
 wait_exit
 expect "exit status" "$STATUS" 0

@@ -7,10 +7,15 @@
 #include <Xm/Label.h>
 // clang-format on
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <string>
 
 #include "core/app.h"
+#include "core/save.h"
+#include "imgkit/imgkit.h"
+#include "tests/support/test_support.h"
 #include "widgets/paned.h"
 #include "widgets/progress_bar.h"
 #include "widgets/progress_dialog.h"
@@ -220,6 +225,31 @@ TEST_F(Widgets, ProgressFunctionFollowsTheLibrarysSteps) {
   SetProgressDialog(before);
   EXPECT_EQ(PictureProgress(4, 4), 0);  // no dialog: nothing to stop
   CloseProgressDialog(dialog);
+  DispatchPendingEvents();
+}
+
+// The save's progress goes through the same dialog: "Stop" pressed while the
+// writer reports its rows ends the save with code 15 and writes nothing.
+void pressStopTimeout(XtPointer, XtIntervalId*) {
+  Widget stop = XtNameToWidget(topLevel, "VmoraProgress*buttonStop");
+  if (stop) XtCallCallbacks(stop, XmNactivateCallback, nullptr);
+}
+
+TEST_F(Widgets, SaveStoppedFromTheProgressDialogWritesNothing) {
+  test::TempDir dir;
+  test::OwnedPicture picture;
+  ASSERT_NE(imkAllock(&picture.rec, 256, 8, 256, 256), 0);
+  SaveHooks hooks;
+  SetProgressSaveHooks(&hooks, topLevel);
+  const std::string path = dir.file("stopped.png");
+  XtAppAddTimeOut(appContext, 0, pressStopTimeout, nullptr);
+  EXPECT_EQ(SavePicture(hooks, path.c_str(), imkGetIndex("png"), &picture.rec, 0, 0, true), 15);
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
+  EXPECT_EQ(XtNameToWidget(topLevel, "VmoraProgress"), nullptr);  // closed
+  // Without a stop the same save writes the file.
+  const std::string done = dir.file("done.png");
+  EXPECT_EQ(SavePicture(hooks, done.c_str(), imkGetIndex("png"), &picture.rec, 0, 0, true), 0);
+  EXPECT_EQ(access(done.c_str(), F_OK), 0);
   DispatchPendingEvents();
 }
 
