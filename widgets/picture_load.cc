@@ -2,6 +2,8 @@
 // core/picture_io.
 #include "widgets/picture_load.h"
 
+#include <X11/Shell.h>
+#include <X11/Vendor.h>
 #include <Xm/Xm.h>
 
 #include <cstring>
@@ -46,6 +48,17 @@ int LoadPictureWithProgress(Widget parent, const char* path, int32_t pictureInde
   Widget outer = SetProgressDialog(created);
   WidgetWatch owner(parent);
   WidgetWatch dialog(created);
+  // The dialog is modal, so the window behind it takes no keys or clicks
+  // while events are handled during the load; the window manager's close
+  // is held off too, so that the window and its state outlive the load.
+  Widget ownerShell = parent;
+  while (ownerShell && !XtIsShell(ownerShell)) ownerShell = XtParent(ownerShell);
+  unsigned char deleteResponse = XmDESTROY;
+  const bool holdClose = busy && ownerShell && XtIsSubclass(ownerShell, vendorShellWidgetClass);
+  if (holdClose) {
+    XtVaGetValues(ownerShell, XmNdeleteResponse, &deleteResponse, nullptr);
+    XtVaSetValues(ownerShell, XmNdeleteResponse, XmDO_NOTHING, nullptr);
+  }
   char detail[64] = "";
   const int result = LoadPictureWithProgress(path, pictureIndex, picture, formatIndex, pictureCount,
                                              PictureProgress, &detail);
@@ -56,6 +69,8 @@ int LoadPictureWithProgress(Widget parent, const char* path, int32_t pictureInde
     CloseProgressDialog(d);
   }
   if (busy && owner.widget) SetBusyCursor(owner.widget, false);
+  if (holdClose && owner.widget)
+    XtVaSetValues(ownerShell, XmNdeleteResponse, deleteResponse, nullptr);
   if (result != 0) FreePicture(picture);
   TestLog("load %s %d", path, result);
   if (result != 0 && report)

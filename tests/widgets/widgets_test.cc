@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -161,6 +162,35 @@ TEST_F(Widgets, StatusBarFieldsKeepTheirTexts) {
             std::string::npos);
   MyStatusBarSetFieldCount(status, 0);
   EXPECT_EQ(MyStatusBarGetFieldCount(status), 1);
+}
+
+// Three fields of a 302-pixel bar share its width (two 2-pixel gaps): a
+// text set in the last field is drawn only right of x = 2 * (98 + 2) = 200.
+TEST_F(Widgets, StatusBarDrawsATextInsideItsOwnField) {
+  Widget shell = window(302, 24);
+  Widget status = XtVaCreateManagedWidget(
+      "status", myStatusBarWidgetClass, shell, XmNwidth, 302, XmNheight, 24, MyNfieldCount, 3,
+      XmNhighlightThickness, 0, XmNshadowThickness, 0, XtVaTypedArg, XmNforeground, XmRString,
+      "black", 6, XtVaTypedArg, XmNbackground, XmRString, "white", 6, nullptr);
+  show(shell);
+  MyStatusBarSetText(status, 2, "MMMM");
+  XSync(display, False);
+  XImage* image = XGetImage(display, XtWindow(status), 0, 0, 302, 24, AllPlanes, ZPixmap);
+  ASSERT_NE(image, nullptr);
+  Pixel black = 0;
+  XtVaGetValues(status, XmNforeground, &black, nullptr);
+  int left = 302, right = -1;
+  // Without shadows only the text is drawn in the foreground.
+  for (int y = 0; y < 24; ++y)
+    for (int x = 0; x < 302; ++x)
+      if (XGetPixel(image, x, y) == black) {
+        left = std::min(left, x);
+        right = std::max(right, x);
+      }
+  XDestroyImage(image);
+  EXPECT_GT(left, 200);
+  EXPECT_LT(right, 240);  // four letters, drawn from the field's left margin
+  EXPECT_GE(right, left);
 }
 
 TEST_F(Widgets, PanedPairPutsTwoPanesSideBySide) {
