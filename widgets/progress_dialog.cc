@@ -183,11 +183,11 @@ Widget SetProgressDialog(Widget dialog) {
 int PictureProgress(int step, int count) {
   Widget dialog = currentDialog;
   if (!dialog) return 0;
-  if (step == 0 && !ProgressDialogStopPending(dialog)) {
-    ProgressDialogPopup(dialog);
-    ProgressDialogSetTotal(dialog, count + 1);
-  }
+  const bool first = step == 0 && !ProgressDialogStopPending(dialog);
+  if (first) ProgressDialogSetTotal(dialog, count + 1);
   if (!ProgressDialogStopPending(dialog)) ProgressDialogAdvance(dialog);
+  // Shown once the bar holds its first step, so it never flashes empty.
+  if (first) ProgressDialogPopup(dialog);
   DispatchPendingEvents();
   // The dialog went with its parent while events were handled: stop.
   if (currentDialog != dialog) return 1;

@@ -39,15 +39,19 @@ expect "zoom by the button" "$(info 2 | sed 's/.*Percentage //')" "200%"
 xdotool mousemove --window "$AREA" 100 100
 
 # stop_load KEY HOW: a load started by KEY is stopped with Escape ("escape")
-# or by clicking "Stop" ("click"). The program is held still while the
-# answer is given, so the load cannot end first; the answer waits in its
-# event queue until the next progress call handles it.
+# or by clicking "Stop" ("click"). The program is held still (SIGSTOP, sent by
+# a watcher the moment the dialog's line appears) while the answer is given,
+# so the load cannot end first; the answer waits in its event queue until the
+# next progress call handles it.
 stop_load() {
-  local n line dialog button
+  local n line dialog button size
   n=$(grep -c '^TEST progress 0x' "$OUT")
+  size=$(stat -c %s "$OUT")
+  (tail --pid="$PID" -c +$((size + 1)) -f "$OUT" | grep -m1 -q '^TEST progress 0x' &&
+    kill -STOP "$PID") >/dev/null 2>&1 &
   keys "$1"
   wait_count "$OUT" '^TEST progress 0x' $((n + 1))
-  kill -STOP "$PID"
+  wait $!
   line=$(grep '^TEST progress 0x' "$OUT" | tail -1)
   dialog=$(echo "$line" | cut -d' ' -f3)
   button=$(echo "$line" | cut -d' ' -f5)
