@@ -35,6 +35,10 @@ Widget shellOf(Widget w) {
   return w;
 }
 
+void bubbleGoneCB(Widget w, XtPointer, XtPointer) {
+  if (bubble.shell == w) bubble.shell = nullptr;
+}
+
 void bubbleTimeout(XtPointer, XtIntervalId*) {
   bubble.timer = 0;
   Widget target = bubble.target;
@@ -63,6 +67,8 @@ void bubbleTimeout(XtPointer, XtIntervalId*) {
   XtSetArg(args[n], XmNdepth, depth), ++n;
   XtSetArg(args[n], XmNborderWidth, 1), ++n;
   bubble.shell = XtCreatePopupShell("bubble", overrideShellWidgetClass, owner, args, n);
+  // The bubble goes with the window it belongs to.
+  XtAddCallback(bubble.shell, XmNdestroyCallback, bubbleGoneCB, nullptr);
   XmString s = XmStringCreateLocalized(const_cast<char*>(entry->second.text.c_str()));
   XtVaCreateManagedWidget(entry->second.toolButton ? "ButtonBubbleText" : "BubbleText",
                           xmLabelWidgetClass, bubble.shell, XmNlabelString, s, XmNmarginWidth, 3,
