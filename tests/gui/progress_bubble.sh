@@ -16,14 +16,19 @@ info() { wait_count "$OUT" '^TEST info ' "$1"; last_test info; }
 expect "first picture" "$(info 1)" "Width: 16  Height: 16  Depth: 24  (True Colors) / Percentage 100%"
 # Even the first load, before any window exists, went through the dialog.
 expect "first load" "$(grep -c "^TEST load $WORK/small.png 0\$" "$OUT")" 1
+expect "dialog shown" "$(grep -c '^TEST progress 0x' "$OUT")" 1
 expect "dialog closed" "$(grep -c '^TEST progress closed$' "$OUT")" 1
 
 # Bubble help: the ninth button of the tool bar is "zoom+".
 BAR=$(last_test toolbar)
 BUTTON=$(xwininfo -children -id "$BAR" | awk '/^ +0x/ {print $1}' | sed -n 9p)
 [ -n "$BUTTON" ] || fail "no ninth tool-bar button"
+# It shows only after the pointer has rested 600 ms.
+before=$(date +%s%N)
 xdotool mousemove --window "$BUTTON" 6 6
 wait_for "$OUT" '^TEST bubble 0x[0-9a-f]+ Zoom in$'
+waited=$(( ($(date +%s%N) - before) / 1000000 ))
+[ "$waited" -ge 600 ] || fail "the bubble came after $waited ms"
 BUBBLE=$(last_test bubble | cut -d' ' -f1)
 xwininfo -id "$BUBBLE" | grep -q 'IsViewable' || fail "the bubble is not shown"
 shot bubble "$BUBBLE"
