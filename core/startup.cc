@@ -20,6 +20,7 @@
 #include "display/visual.h"
 #include "imgkit/imgkit.h"
 #include "view/view_window.h"
+#include "widgets/tool_bar.h"
 
 namespace {
 
@@ -77,8 +78,8 @@ void printUsage(const char* program) {
   std::printf("          -ini <file>    : Ini file\n");
 }
 
-// The browser, the about box's link, the slide show and bubble help are
-// named by translation tables; until those tools exist their actions do
+// The browser, the about box's link and the slide show are named by
+// translation tables; until those tools exist their actions do
 // nothing.
 void pendingAction(Widget, XEvent*, String*, Cardinal*) {}
 
@@ -90,7 +91,7 @@ XtActionsRec kActions[] = {
     {const_cast<char*>("BrowserDoPopup"), pendingAction},
     {const_cast<char*>("UrlClick"), pendingAction},
     {const_cast<char*>("SlideDoCommand"), pendingAction},
-    {const_cast<char*>("DoBubble"), pendingAction},
+    {const_cast<char*>("DoBubble"), DoBubble},
 };
 
 // The 64x64 icon when the window manager accepts that size, else 32x32.

@@ -26,6 +26,8 @@
 #include "view/view_window.h"
 #include "widgets/message_box.h"
 #include "widgets/options_dialog.h"
+#include "widgets/picture_load.h"
+#include "widgets/tool_bar.h"
 
 namespace {
 
@@ -43,17 +45,13 @@ void reopenCmd(ViewWindow* v, Widget) {
   std::memset(&picture, 0, sizeof picture);
   int16_t formatIndex = v->formatIndex;
   int32_t count = 0;
-  char detail[64] = "";
   FreePicture(&v->picture);
   FreePicture(&v->undoPicture);
-  const int result = LoadPictureWithProgress(v->path, v->pictureIndex, &picture, &formatIndex,
-                                             &count, nullptr, &detail);
-  if (result == 0) {
+  if (LoadPictureWithProgress(v->shell, v->path, v->pictureIndex, &picture, &formatIndex, &count,
+                              true) == 0) {
     v->picture = picture;
     v->formatIndex = formatIndex;
     v->pictureCount = count;
-  } else {
-    FreePicture(&picture);
   }
   v->modified = false;
   ViewPictureChanged(v);
@@ -287,30 +285,30 @@ XtTranslations ViewTranslations() {
 // The last six name operations of the Image menu that have no command word
 // yet: they stay insensitive.
 const ToolBarButton kToolBarButtons[kToolBarButtonCount] = {
-    {kIconOpen, "open"},
-    {kIconSave, "saveFiles"},
-    {kIconClose, "close"},
-    {kIconBrowser, "browseFiles"},
-    {kIconPrevFile, "prev"},
-    {kIconNextFile, "next"},
-    {kIconPrevPage, "pagePrev"},
-    {kIconNextPage, "pageNext"},
-    {kIconZoomIn, "zoom+"},
-    {kIconZoomOut, "zoom-"},
-    {kIconFit, "fitImage"},
-    {kIconFullScreen, "fullScreen"},
-    {kIconUndo, "undo"},
-    {kIconCrop, "crop"},
-    {kIconSlideShow, "slideShow"},
-    {kIconHexDump, "viewHexa"},
-    {kIconOptions, "options"},
-    {kIconQuit, "quit"},
-    {kIconRotateLeft, "rotateLeft"},
-    {kIconRotateRight, "rotateRight"},
-    {kIconFlip, "flip"},
-    {kIconToGrey, "toGrey"},
-    {kIconToColours, "toColors"},
-    {kIconToTrueColour, "toTrueColor"},
+    {kIconOpen, "open", "Open a picture"},
+    {kIconSave, "saveFiles", "Save the picture"},
+    {kIconClose, "close", "Close this window"},
+    {kIconBrowser, "browseFiles", "Browse the files"},
+    {kIconPrevFile, "prev", "Previous file"},
+    {kIconNextFile, "next", "Next file"},
+    {kIconPrevPage, "pagePrev", "Previous page"},
+    {kIconNextPage, "pageNext", "Next page"},
+    {kIconZoomIn, "zoom+", "Zoom in"},
+    {kIconZoomOut, "zoom-", "Zoom out"},
+    {kIconFit, "fitImage", "Fit to the window"},
+    {kIconFullScreen, "fullScreen", "Full screen"},
+    {kIconUndo, "undo", "Undo the last change"},
+    {kIconCrop, "crop", "Crop to the selection"},
+    {kIconSlideShow, "slideShow", "Slide show"},
+    {kIconHexDump, "viewHexa", "View in hexadecimal"},
+    {kIconOptions, "options", "Options"},
+    {kIconQuit, "quit", "Quit"},
+    {kIconRotateLeft, "rotateLeft", "Rotate left"},
+    {kIconRotateRight, "rotateRight", "Rotate right"},
+    {kIconFlip, "flip", "Flip"},
+    {kIconToGrey, "toGrey", "Convert to grey"},
+    {kIconToColours, "toColors", "Reduce to 256 colours"},
+    {kIconToTrueColour, "toTrueColor", "Convert to true colour"},
 };
 
 namespace {
@@ -339,15 +337,11 @@ bool commandSensitive(const ViewWindow* v, const char* word) {
 }  // namespace
 
 Widget CreateViewToolBar(ViewWindow* v, Widget mainWindow) {
-  Widget bar = XtVaCreateWidget("toolBar", xmRowColumnWidgetClass, mainWindow, XmNorientation,
-                                XmHORIZONTAL, XmNpacking, XmPACK_TIGHT, XmNspacing, 0,
-                                XmNmarginHeight, 1, XmNmarginWidth, 1, nullptr);
-  for (const ToolBarButton& b : kToolBarButtons) {
-    Widget button = XtVaCreateManagedWidget(b.word, xmPushButtonWidgetClass, bar, XmNlabelType,
-                                            XmPIXMAP, XmNtraversalOn, False, nullptr);
-    XtAddCallback(button, XmNactivateCallback, toolButtonCB, const_cast<char*>(b.word));
-    v->toolButtons.push_back(button);
-  }
+  ToolBarItem items[kToolBarButtonCount];
+  for (int i = 0; i < kToolBarButtonCount; ++i)
+    items[i] = {kToolBarButtons[i].word, kToolBarButtons[i].help};
+  Widget bar = CreateToolBar(mainWindow, "toolBar", items, kToolBarButtonCount, toolButtonCB,
+                             &v->toolButtons);
   makeToolBarPixmaps(v->toolButtons.front(), v->colormap, &v->visual);
   for (int i = 0; i < kToolBarButtonCount; ++i) {
     Pixmap normal = None, insensitive = None;

@@ -34,10 +34,11 @@ std::string ViewTranslationText();
 // The parsed table (parsed once).
 XtTranslations ViewTranslations();
 
-// The tool bar: icon index and command word of each button.
+// The tool bar: icon index, command word and bubble text of each button.
 struct ToolBarButton {
   int icon;
   const char* word;
+  const char* help;
 };
 constexpr int kToolBarButtonCount = 24;
 extern const ToolBarButton kToolBarButtons[kToolBarButtonCount];

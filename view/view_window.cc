@@ -4,7 +4,6 @@
 
 #include <X11/cursorfont.h>
 #include <Xm/DrawingA.h>
-#include <Xm/LabelG.h>
 #include <Xm/MainW.h>
 #include <Xm/RowColumn.h>
 #include <Xm/ScrollBar.h>
@@ -25,6 +24,8 @@
 #include "view/view_commands.h"
 #include "widgets/conversion_dialog.h"
 #include "widgets/message_box.h"
+#include "widgets/picture_load.h"
+#include "widgets/status_bar.h"
 
 namespace {
 
@@ -100,22 +101,13 @@ namespace {
 
 // Loading.
 
-// Loads one picture and reports a failure (other than a stop) over `parent`.
+// Loads one picture with the progress dialog over `parent` and reports a
+// failure (other than a stop) there.
 int loadReported(Widget parent, const char* path, int pictureIndex, ImageRecord* picture,
                  int16_t* formatIndex, int32_t* pictureCount) {
-  char detail[64] = "";
   std::memset(picture, 0, sizeof *picture);
-  const int result = LoadPictureWithProgress(path, pictureIndex, picture, formatIndex, pictureCount,
-                                             nullptr, &detail);
-  if (result != 0) {
-    FreePicture(picture);
-    if (result != 15) {
-      const std::string text = PictureErrorText(path, result, detail[0] ? detail : nullptr);
-      ShowMessage(parent, "Error", text.c_str(), true);
-    }
-  }
-  TestLog("load %s %d", path, result);
-  return result;
+  return LoadPictureWithProgress(parent, path, pictureIndex, picture, formatIndex, pictureCount,
+                                 true);
 }
 
 // Drawing.
@@ -285,9 +277,7 @@ void showSelectionText(ViewWindow* v) {
   char text[96];
   std::snprintf(text, sizeof text, "%d %d (%dx%d)", v->selectionX, v->selectionY, v->selectionWidth,
                 v->selectionHeight);
-  XmString s = XmStringCreateLocalized(text);
-  XtVaSetValues(v->infoLabel, XmNlabelString, s, nullptr);
-  XmStringFree(s);
+  MyStatusBarSetText(v->infoLabel, 0, text);
   TestLog("selection %s", text);
 }
 
@@ -484,8 +474,8 @@ Widget createWindow(ImageRecord& loaded, const char* path, int16_t formatIndex,
   XtAddCallback(v->drawingArea, XmNexposeCallback, exposeCB, v);
   XtAddEventHandler(v->drawingArea, NoEventMask, True, copyExposeHandler, v);
 
-  v->infoLabel = XtVaCreateWidget("labelInfo", xmLabelGadgetClass, main, XmNheight, 20,
-                                  XmNalignment, XmALIGNMENT_BEGINNING, nullptr);
+  v->infoLabel =
+      XtVaCreateWidget("labelInfo", myStatusBarWidgetClass, main, XmNheight, 20, nullptr);
   if (gSettings.viewStatusBar) XtManageChild(v->infoLabel);
   v->menu = CreateViewMenu(v, main, v->drawingArea);
 
@@ -515,6 +505,7 @@ Widget createWindow(ImageRecord& loaded, const char* path, int16_t formatIndex,
   XtPopup(v->shell, XtGrabNone);
   ShowInfo(v);
   TestLog("view %#lx drawingArea %#lx", XtWindow(v->shell), XtWindow(v->drawingArea));
+  TestLog("toolbar %#lx", XtWindow(v->toolBar));
   return v->shell;
 }
 
@@ -585,9 +576,7 @@ void RelayoutView(ViewWindow* v) {
 
 void ShowInfo(ViewWindow* v) {
   const std::string text = ViewInfoText(v->picture, v->zoom);
-  XmString s = XmStringCreateLocalized(const_cast<char*>(text.c_str()));
-  XtVaSetValues(v->infoLabel, XmNlabelString, s, nullptr);
-  XmStringFree(s);
+  MyStatusBarSetText(v->infoLabel, 0, text.c_str());
   TestLog("info %s", text.c_str());
   UpdateViewSensitivity(v);
 }
