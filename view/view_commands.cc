@@ -17,17 +17,48 @@
 
 #include "core/app.h"
 #include "core/picture_io.h"
+#include "core/save.h"
 #include "core/settings.h"
 #include "core/test_log.h"
 #include "display/icons.h"
 #include "process/conversion_items.h"
 #include "process/geometry.h"
 #include "view/view_window.h"
+#include "widgets/file_selector.h"
 #include "widgets/message_box.h"
 
 namespace {
 
 // Commands.
+
+// Each chosen file opens in a view window of its own.
+void openCmd(ViewWindow* v, Widget origin) {
+  const FileSelectorResult chosen = AskFilesToLoad(v ? v->shell : origin);
+  if (!chosen.accepted) return;
+  for (const std::string& path : chosen.paths) CreateViewWindow(path.c_str(), -1);
+}
+
+void showSaveErrorCB(void* data, const char* text) {
+  ShowMessage(static_cast<Widget>(data), "Error", text, true);
+}
+
+// Saves the picture under a chosen name and format; the conversion question
+// and the progress dialog are left out of the hooks until they exist.
+void saveCmd(ViewWindow* v, Widget) {
+  if (!v || !v->picture.pixels) return;
+  const FileSelectorResult chosen = AskFileToSave(v->shell, v->path, v->formatIndex);
+  if (!chosen.accepted || chosen.paths.empty() || chosen.formatIndex < 0) return;
+  SaveHooks hooks;
+  hooks.data = v->shell;
+  hooks.showError = showSaveErrorCB;
+  const char* path = chosen.paths.front().c_str();
+  const int result = SavePicture(hooks, path, chosen.formatIndex, &v->picture, 0, 0, false);
+  TestLog("saved %s %d", path, result);
+  if (result != 0) return;  // a failed write was reported through the hook
+  std::snprintf(v->path, sizeof v->path, "%s", path);
+  v->formatIndex = chosen.formatIndex;
+  v->modified = false;
+}
 
 void browseCmd(ViewWindow* v, Widget origin) {
   OpenBrowser(v ? v->shell : origin, browserDirectory.empty() ? nullptr : browserDirectory.c_str());
@@ -186,13 +217,12 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 
 }  // namespace
 
-// In the order the words are compared. The file selector, the save dialog,
-// the hexadecimal viewer, the conversion dialogs and the options dialog do
-// not exist yet: their words are known and do nothing.
+// In the order the words are compared. The hexadecimal viewer, the conversion dialogs and the
+// options dialog do not exist yet: their words are known and do nothing.
 const ViewCommand kViewCommands[] = {
-    {"open", nullptr},           {"viewHexa", nullptr},
+    {"open", openCmd},           {"viewHexa", nullptr},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},
-    {"close", closeCmd},         {"saveFiles", nullptr},
+    {"close", closeCmd},         {"saveFiles", saveCmd},
     {"slideShow", slideShowCmd}, {"sequenceConvert", nullptr},
     {"multiConvert", nullptr},   {"quit", quitCmd},
     {"undo", undoCmd},           {"crop", cropCmd},
