@@ -63,11 +63,13 @@ struct Selector {
   Pixmap previewPixmap = None;
 };
 
+// The dialog's state hangs on its form (shells have no user data).
 Selector* selectorOf(Widget w) {
   while (w && !XtIsShell(w)) w = XtParent(w);
-  if (!w) return nullptr;
+  Widget form = w ? XtNameToWidget(w, "form") : nullptr;
+  if (!form) return nullptr;
   XtPointer data = nullptr;
-  XtVaGetValues(w, XmNuserData, &data, nullptr);
+  XtVaGetValues(form, XmNuserData, &data, nullptr);
   return static_cast<Selector*>(data);
 }
 
@@ -523,9 +525,10 @@ Widget createDialog(Selector* s, Widget parent) {
 
   const bool save = s->request.mode == FileSelectorMode::kSave;
   const bool directoryMode = s->request.mode == FileSelectorMode::kDirectory;
-  s->form = XtVaCreateWidget("form", xmFormWidgetClass, s->shell, XmNdialogStyle,
-                             XmDIALOG_FULL_APPLICATION_MODAL, XmNautoUnmanage, False,
-                             XmNmarginWidth, 8, XmNmarginHeight, 8, XmNnoResize, False, nullptr);
+  s->form =
+      XtVaCreateWidget("form", xmFormWidgetClass, s->shell, XmNdialogStyle,
+                       XmDIALOG_FULL_APPLICATION_MODAL, XmNautoUnmanage, False, XmNmarginWidth, 8,
+                       XmNmarginHeight, 8, XmNnoResize, False, XmNuserData, s, nullptr);
   Widget form = s->form;
 
   // Buttons along the bottom.
@@ -579,12 +582,12 @@ Widget createDialog(Selector* s, Widget parent) {
       XmNspacing, 2, XmNrightAttachment, XmATTACH_FORM, XmNtopAttachment, XmATTACH_WIDGET,
       XmNtopWidget, s->comboDirectory, XmNtopOffset, 8, XmNbottomAttachment, XmATTACH_WIDGET,
       XmNbottomWidget, s->nameText, XmNbottomOffset, 8, nullptr);
-  s->labelType = label(info, "labelType", "");
-  s->labelWidth = label(info, "labelWidth", "");
-  s->labelHeight = label(info, "labelHeight", "");
-  s->labelPlanes = label(info, "labelPlanes", "");
-  s->labelBits = label(info, "labelBits", "");
-  s->labelColors = label(info, "labelColors", "");
+  s->labelType = label(info, "labelType", " ");
+  s->labelWidth = label(info, "labelWidth", " ");
+  s->labelHeight = label(info, "labelHeight", " ");
+  s->labelPlanes = label(info, "labelPlanes", " ");
+  s->labelBits = label(info, "labelBits", " ");
+  s->labelColors = label(info, "labelColors", " ");
   for (Widget w :
        {s->labelType, s->labelWidth, s->labelHeight, s->labelPlanes, s->labelBits, s->labelColors})
     XtVaSetValues(w, XmNwidth, kPreviewWidth + 4, XmNrecomputeSize, False, nullptr);
@@ -600,11 +603,13 @@ Widget createDialog(Selector* s, Widget parent) {
   XtAddCallback(s->togglePreview, XmNvalueChangedCallback, previewToggleCB, nullptr);
 
   // The two lists fill the rest.
-  Arg listArgs[3];
+  Arg listArgs[5];
   XtSetArg(listArgs[0], XmNselectionPolicy, XmBROWSE_SELECT);
   XtSetArg(listArgs[1], XmNvisibleItemCount, 14);
   XtSetArg(listArgs[2], XmNscrollBarDisplayPolicy, XmSTATIC);
-  s->dirList = XmCreateScrolledList(form, const_cast<char*>("scrolledList1"), listArgs, 3);
+  XtSetArg(listArgs[3], XmNlistSizePolicy, XmCONSTANT);
+  XtSetArg(listArgs[4], XmNwidth, 170);
+  s->dirList = XmCreateScrolledList(form, const_cast<char*>("scrolledList1"), listArgs, 5);
   XtVaSetValues(XtParent(s->dirList), XmNleftAttachment, XmATTACH_FORM, XmNtopAttachment,
                 XmATTACH_WIDGET, XmNtopWidget, s->comboDirectory, XmNtopOffset, 8,
                 XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget, s->nameText, XmNbottomOffset,
@@ -615,13 +620,13 @@ Widget createDialog(Selector* s, Widget parent) {
 
   XtSetArg(listArgs[0], XmNselectionPolicy,
            s->request.mode == FileSelectorMode::kOpenMany ? XmEXTENDED_SELECT : XmBROWSE_SELECT);
-  s->fileList = XmCreateScrolledList(form, const_cast<char*>("scrolledList2"), listArgs, 3);
+  XtSetArg(listArgs[4], XmNwidth, 230);
+  s->fileList = XmCreateScrolledList(form, const_cast<char*>("scrolledList2"), listArgs, 5);
   XtVaSetValues(XtParent(s->fileList), XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget,
                 XtParent(s->dirList), XmNleftOffset, 6, XmNrightAttachment, XmATTACH_WIDGET,
                 XmNrightWidget, info, XmNrightOffset, 8, XmNtopAttachment, XmATTACH_WIDGET,
                 XmNtopWidget, s->comboDirectory, XmNtopOffset, 8, XmNbottomAttachment,
-                XmATTACH_WIDGET, XmNbottomWidget, s->nameText, XmNbottomOffset, 8, XmNwidth, 220,
-                nullptr);
+                XmATTACH_WIDGET, XmNbottomWidget, s->nameText, XmNbottomOffset, 8, nullptr);
   XtAddCallback(s->fileList, XmNbrowseSelectionCallback, fileSelectionCB, nullptr);
   XtAddCallback(s->fileList, XmNextendedSelectionCallback, fileSelectionCB, nullptr);
   XtAddCallback(s->fileList, XmNdefaultActionCallback, fileDefaultCB, nullptr);
