@@ -171,6 +171,8 @@ void dropShellMapHandler(Widget shell, XtPointer, XEvent* event, Boolean*) {
 
 const char kListTranslations[] =
     "<Key>osfCancel: MyComboBoxClose()\n"
+    "~Shift ~Ctrl ~Meta ~Alt<Key>osfUp: MyComboBoxListStep(-1)\n"
+    "~Shift ~Ctrl ~Meta ~Alt<Key>osfDown: MyComboBoxListStep(1)\n"
     "~Shift ~Ctrl ~Meta ~Alt<Key>Return: MyComboBoxChoose()\n"
     "<Key>osfActivate: MyComboBoxChoose()\n";
 
@@ -242,6 +244,26 @@ void stepAction(Widget w, XEvent* event, String* params, Cardinal* count) {
   if (position != c.selected) select(combo, position, true, event);
 }
 
+// Up and Down in the dropped list move its selection (no choice yet).
+void listStepAction(Widget w, XEvent*, String* params, Cardinal* count) {
+  Widget combo = comboOf(w);
+  if (!combo || *count != 1 || !part(combo).list) return;
+  Widget list = part(combo).list;
+  int* positions = nullptr;
+  int selected = 0, items = 0;
+  int position =
+      XmListGetSelectedPos(list, &positions, &selected) && selected > 0 ? positions[0] : 0;
+  XtFree(reinterpret_cast<char*>(positions));
+  XtVaGetValues(list, XmNitemCount, &items, nullptr);
+  position = std::clamp(position + std::atoi(params[0]), 1, std::max(1, items));
+  XmListSelectPos(list, position, False);
+  XmListSetKbdItemPos(list, position);
+  int top = 0, visible = 0;
+  XtVaGetValues(list, XmNtopItemPosition, &top, XmNvisibleItemCount, &visible, nullptr);
+  if (position < top) XmListSetPos(list, position);
+  if (position >= top + visible) XmListSetBottomPos(list, position);
+}
+
 void dropAction(Widget w, XEvent*, String*, Cardinal*) {
   if (Widget combo = comboOf(w)) dropList(combo);
 }
@@ -255,9 +277,8 @@ void chooseAction(Widget w, XEvent* event, String*, Cardinal*) {
 }
 
 XtActionsRec actions[] = {
-    {S("MyComboBoxStep"), stepAction},
-    {S("MyComboBoxDrop"), dropAction},
-    {S("MyComboBoxClose"), closeAction},
+    {S("MyComboBoxStep"), stepAction},         {S("MyComboBoxDrop"), dropAction},
+    {S("MyComboBoxListStep"), listStepAction}, {S("MyComboBoxClose"), closeAction},
     {S("MyComboBoxChoose"), chooseAction},
 };
 
