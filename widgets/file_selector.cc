@@ -188,6 +188,8 @@ void showInformation(Selector* s, const std::string& path) {
 
 // The listing.
 
+bool selectNamed(Selector* s);
+
 void fillDirectoryCombo(Selector* s) {
   MyComboBoxDeleteAllItems(s->comboDirectory);
   MyComboBoxAddItem(s->comboDirectory, s->directory.c_str(), -1);
@@ -211,6 +213,7 @@ bool showDirectory(Selector* s, const std::string& directory) {
   fillList(s->fileList,
            s->request.mode == FileSelectorMode::kDirectory ? std::vector<std::string>() : s->files);
   fillDirectoryCombo(s);
+  if (s->request.mode != FileSelectorMode::kDirectory) selectNamed(s);
   TestLog("fileselector directory %s dirs %d files %d", directory.c_str(),
           static_cast<int>(listing.directories.size()), static_cast<int>(s->files.size()));
   return true;
@@ -410,22 +413,26 @@ void fileDefaultCB(Widget w, XtPointer, XtPointer) {
   if (Selector* s = selectorOf(w)) accept(s);
 }
 
+// Selects the file the name field names, if it is listed; true then.
+bool selectNamed(Selector* s) {
+  const std::string name = nameOf(s);
+  const auto found = std::find(s->files.begin(), s->files.end(), name);
+  XmListDeselectAllItems(s->fileList);
+  if (found == s->files.end()) return false;
+  const int position = static_cast<int>(found - s->files.begin()) + 1;
+  XmListSelectPos(s->fileList, position, False);
+  XmListSetKbdItemPos(s->fileList, position);
+  int top = 0, visible = 0;
+  XtVaGetValues(s->fileList, XmNtopItemPosition, &top, XmNvisibleItemCount, &visible, nullptr);
+  if (position < top || position >= top + visible) XmListSetPos(s->fileList, position);
+  return true;
+}
+
 // Typing a listed name selects it in the list and shows its information.
 void nameChangedCB(Widget w, XtPointer, XtPointer) {
   Selector* s = selectorOf(w);
   if (!s || s->settingName) return;
-  const std::string name = nameOf(s);
-  const auto found = std::find(s->files.begin(), s->files.end(), name);
-  XmListDeselectAllItems(s->fileList);
-  if (found != s->files.end()) {
-    const int position = static_cast<int>(found - s->files.begin()) + 1;
-    XmListSelectPos(s->fileList, position, False);
-    XmListSetKbdItemPos(s->fileList, position);
-    int top = 0, visible = 0;
-    XtVaGetValues(s->fileList, XmNtopItemPosition, &top, XmNvisibleItemCount, &visible, nullptr);
-    if (position < top || position >= top + visible) XmListSetPos(s->fileList, position);
-    showInformation(s, JoinPath(s->directory, name));
-  }
+  if (selectNamed(s)) showInformation(s, JoinPath(s->directory, nameOf(s)));
 }
 
 void nameActivateCB(Widget w, XtPointer, XtPointer) {
@@ -473,6 +480,16 @@ void destroyCB(Widget, XtPointer data, XtPointer) {
   if (s->colormap) releaseColormap(s->colormap);
   delete s;
   TestLog("fileselector closed");
+}
+
+// Reported once the dialog is on the screen, ready for keys.
+void mappedHandler(Widget w, XtPointer, XEvent* event, Boolean*) {
+  if (event->type != MapNotify) return;
+  XtRemoveEventHandler(w, StructureNotifyMask, False, mappedHandler, nullptr);
+  Selector* s = selectorOf(w);
+  if (!s) return;
+  XmProcessTraversal(s->nameText, XmTRAVERSE_CURRENT);
+  TestLog("fileselector 0x%lx %s", XtWindow(w), s->request.title);
 }
 
 void destroyTimeout(XtPointer data, XtIntervalId*) { XtDestroyWidget(static_cast<Widget>(data)); }
@@ -633,6 +650,12 @@ Widget createDialog(Selector* s, Widget parent) {
   XtManageChild(s->fileList);
   if (directoryMode) XtSetSensitive(XtParent(s->fileList), False);
 
+  // Tab goes round in reading order, not in the order of creation.
+  for (Widget w : {s->comboDirectory, XtParent(s->dirList), XtParent(s->fileList), s->nameText,
+                   s->comboFilter, s->togglePreview, ok, cancel}) {
+    XtVaSetValues(w, XmNnavigationType, XmEXCLUSIVE_TAB_GROUP, nullptr);
+    XmAddTabGroup(w);
+  }
   XtVaSetValues(form, XmNdefaultButton, ok, XmNcancelButton, cancel, XmNinitialFocus, s->nameText,
                 nullptr);
   return s->shell;
@@ -686,8 +709,8 @@ FileSelectorResult RunFileSelector(Widget parent, const FileSelectorRequest& req
     nameChangedCB(s->nameText, nullptr, nullptr);
   }
 
+  XtAddEventHandler(s->shell, StructureNotifyMask, False, mappedHandler, nullptr);
   XtManageChild(s->form);
-  TestLog("fileselector 0x%lx %s", XtWindow(s->shell), request.title);
   while (s->answer == 0) XtAppProcessEvent(appContext, XtIMAll);
   FileSelectorResult result = s->result;
   Widget shell = s->shell;
