@@ -22,6 +22,15 @@ dialog_opened() {
 }
 type_in() { xdotool windowfocus --sync "$D" type --delay 5 "$1"; }
 press() { xdotool windowfocus --sync "$D" key --delay 20 "$@"; }
+# gone WINDOW: waits until the window no longer exists.
+gone() {
+  local i=0
+  while xwininfo -id "$1" >/dev/null 2>&1; do
+    i=$((i + 1))
+    [ $i -gt 100 ] && fail "window $1 still exists"
+    sleep 0.02
+  done
+}
 last_info() { grep '^TEST fileselector info ' "$OUT" | tail -1 | cut -d' ' -f4-; }
 # info_of FILE: the information line expected for a picture, from ImageMagick.
 info_of() {
@@ -80,6 +89,7 @@ expect "wheel.png" "$(last_info)" \
 press Return
 wait_for "$OUT" "^TEST fileselector accept $WORK/pics/wheel.png\$"
 wait_for "$OUT" '^TEST fileselector closed$'
+gone "$D"
 wait_count "$OUT" "^TEST load $WORK/pics/wheel.png 0\$" 2
 wait_count "$OUT" '^TEST view ' 2
 [ -z "$(xdotool search --onlyvisible --name '^Load Files\.\.\.$')" ] || fail "dialog left open"
@@ -97,6 +107,7 @@ shot directory "$D"
 press Escape
 wait_for "$OUT" '^TEST fileselector cancel$'
 wait_count "$OUT" '^TEST fileselector closed$' 2
+gone "$D"
 [ -z "$(xdotool search --onlyvisible --name '^Load Files\.\.\.$')" ] || fail "dialog left after Escape"
 
 # Ctrl+S: the name starts as the picture's; a new name without an extension
