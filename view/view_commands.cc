@@ -31,9 +31,11 @@ namespace {
 
 // Commands.
 
-// Each chosen file opens in a view window of its own.
-void openCmd(ViewWindow* v, Widget origin) {
-  const FileSelectorResult chosen = AskFilesToLoad(v ? v->shell : origin);
+// Each chosen file opens in a view window of its own. Without a view (the
+// start window's menu) the dialog hangs on the application shell: the start
+// window may go once a view is open.
+void openCmd(ViewWindow* v, Widget) {
+  const FileSelectorResult chosen = AskFilesToLoad(v ? v->shell : nullptr);
   if (!chosen.accepted) return;
   for (const std::string& path : chosen.paths) CreateViewWindow(path.c_str(), -1);
 }
@@ -217,8 +219,9 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 
 }  // namespace
 
-// In the order the words are compared. The hexadecimal viewer, the conversion dialogs and the
-// options dialog do not exist yet: their words are known and do nothing.
+// In the order the words are compared. The hexadecimal viewer, the
+// conversion dialogs and the options dialog do not exist yet: their words
+// are known and do nothing.
 const ViewCommand kViewCommands[] = {
     {"open", openCmd},           {"viewHexa", nullptr},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},

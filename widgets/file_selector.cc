@@ -61,6 +61,9 @@ struct Selector {
   ColormapRecord* colormap = nullptr;
   GC gc = nullptr;
   Pixmap previewPixmap = None;
+
+  XtIntervalId destroyTimer = 0;  // the shell's destruction after the answer
+  bool* alive = nullptr;          // cleared when the shell goes while waiting
 };
 
 // The dialog's state hangs on its form (shells have no user data).
@@ -478,6 +481,9 @@ void destroyCB(Widget, XtPointer data, XtPointer) {
   if (s->previewPixmap != None) XFreePixmap(dpy, s->previewPixmap);
   if (s->gc) XFreeGC(dpy, s->gc);
   if (s->colormap) releaseColormap(s->colormap);
+  // Destroyed with its parent before its own time-out came.
+  if (s->destroyTimer) XtRemoveTimeOut(s->destroyTimer);
+  if (s->alive) *s->alive = false;
   delete s;
   TestLog("fileselector closed");
 }
@@ -492,7 +498,11 @@ void mappedHandler(Widget w, XtPointer, XEvent* event, Boolean*) {
   TestLog("fileselector 0x%lx %s", XtWindow(w), s->request.title);
 }
 
-void destroyTimeout(XtPointer data, XtIntervalId*) { XtDestroyWidget(static_cast<Widget>(data)); }
+void destroyTimeout(XtPointer data, XtIntervalId*) {
+  Selector* s = static_cast<Selector*>(data);
+  s->destroyTimer = 0;
+  XtDestroyWidget(s->shell);
+}
 
 XtActionsRec kActions[] = {
     {const_cast<char*>("FileSelectorEnter"), FileSelectorEnter},
@@ -711,13 +721,16 @@ FileSelectorResult RunFileSelector(Widget parent, const FileSelectorRequest& req
 
   XtAddEventHandler(s->shell, StructureNotifyMask, False, mappedHandler, nullptr);
   XtManageChild(s->form);
-  while (s->answer == 0) XtAppProcessEvent(appContext, XtIMAll);
+  bool alive = true;
+  s->alive = &alive;
+  while (alive && s->answer == 0) XtAppProcessEvent(appContext, XtIMAll);
+  if (!alive) return FileSelectorResult{};  // taken down with its parent
+  s->alive = nullptr;
   FileSelectorResult result = s->result;
-  Widget shell = s->shell;
   XtUnmanageChild(s->form);
   // Motif still moves the keyboard focus after the button callbacks; the
   // dialog goes once that is done.
-  XtAppAddTimeOut(appContext, 0, destroyTimeout, shell);
+  s->destroyTimer = XtAppAddTimeOut(appContext, 0, destroyTimeout, s);
   return result;
 }
 
