@@ -103,7 +103,7 @@ void setText(Widget combo, const char* text) {
   XmTextFieldSetInsertionPosition(c.text, static_cast<XmTextPosition>(std::strlen(text)));
 }
 
-void select(Widget combo, int position, bool callback, XEvent* event) {
+void selectItem(Widget combo, int position, bool callback, XEvent* event) {
   MyComboBoxPart& c = part(combo);
   if (position < 0 || position >= static_cast<int>(c.items->size())) return;
   c.selected = position;
@@ -139,7 +139,7 @@ void chooseFromList(Widget combo, XEvent* event) {
   const int position = any ? positions[0] - 1 : -1;
   XtFree(reinterpret_cast<char*>(positions));
   closeList(combo);
-  if (position >= 0) select(combo, position, true, event);
+  if (position >= 0) selectItem(combo, position, true, event);
 }
 
 void listClickCB(Widget w, XtPointer, XtPointer data) {
@@ -241,7 +241,7 @@ void stepAction(Widget w, XEvent* event, String* params, Cardinal* count) {
   const int step = std::atoi(params[0]);
   int position = c.selected < 0 ? (step > 0 ? 0 : size - 1) : c.selected + step;
   position = std::clamp(position, 0, size - 1);
-  if (position != c.selected) select(combo, position, true, event);
+  if (position != c.selected) selectItem(combo, position, true, event);
 }
 
 // Up and Down in the dropped list move its selection (no choice yet).
@@ -498,7 +498,7 @@ std::string MyComboBoxGetItem(Widget combo, int position) {
 
 void MyComboBoxSelectPos(Widget combo, int position, bool callback) {
   if (!check(combo, "MyComboBoxSelectPos")) return;
-  select(combo, position, callback, nullptr);
+  selectItem(combo, position, callback, nullptr);
 }
 
 int MyComboBoxGetSelectedPos(Widget combo) {

@@ -43,11 +43,12 @@ struct Selector {
   FileSelectorRequest request;
   std::vector<FormatListRow> rows;
   std::string directory;
-  std::vector<std::string> files;  // as listed in scrolledList2
-  int filter = 0;                  // chosen row
-  bool preview = true;             // the toggle; written to the settings on accept
-  bool settingName = false;        // the name field is being filled by the program
-  int answer = 0;                  // 0 waiting, 1 accepted, 2 cancelled
+  std::vector<std::string> directories;  // as listed in scrolledList1
+  std::vector<std::string> files;        // as listed in scrolledList2
+  int filter = 0;                        // chosen row
+  bool preview = true;                   // the toggle; written to the settings on accept
+  bool settingName = false;              // the name field is being filled by the program
+  int answer = 0;                        // 0 waiting, 1 accepted, 2 cancelled
   FileSelectorResult result;
 
   Widget shell = nullptr, form = nullptr, comboDirectory = nullptr, comboFilter = nullptr;
@@ -61,6 +62,7 @@ struct Selector {
   ColormapRecord* colormap = nullptr;
   GC gc = nullptr;
   Pixmap previewPixmap = None;
+  int previewWidth = 0, previewHeight = 0;
 
   XtIntervalId destroyTimer = 0;  // the shell's destruction after the answer
   bool* alive = nullptr;          // cleared when the shell goes while waiting
@@ -125,6 +127,11 @@ std::string nameOf(Selector* s) {
 
 // Information and preview.
 
+void logPreview(const Selector* s) {
+  TestLog("fileselector preview 0x%lx %dx%d", XtWindow(s->labelPreview), s->previewWidth,
+          s->previewHeight);
+}
+
 void clearPreview(Selector* s) {
   XtVaSetValues(s->labelPreview, XmNlabelPixmap, XmUNSPECIFIED_PIXMAP, nullptr);
   if (s->previewPixmap != None) XFreePixmap(XtDisplay(s->shell), s->previewPixmap);
@@ -151,8 +158,10 @@ void drawPreview(Selector* s, const std::string& path, int16_t formatIndex) {
   s->previewPixmap = pictureToPixmap(dpy, picture, s->gc, s->colormap, &s->visual);
   if (s->previewPixmap != None) {
     XtVaSetValues(s->labelPreview, XmNlabelPixmap, s->previewPixmap, nullptr);
-    TestLog("fileselector preview 0x%lx %dx%d", XtWindow(s->labelPreview), picture.width,
-            picture.height);
+    s->previewWidth = picture.width;
+    s->previewHeight = picture.height;
+    // Before the dialog is on the screen this is reported once it is.
+    if (XtIsRealized(s->labelPreview)) logPreview(s);
   }
   FreePicture(&picture);
 }
@@ -212,13 +221,14 @@ bool showDirectory(Selector* s, const std::string& directory) {
   }
   s->directory = directory;
   s->files = std::move(listing.files);
-  fillList(s->dirList, listing.directories);
+  s->directories = std::move(listing.directories);
+  fillList(s->dirList, s->directories);
   fillList(s->fileList,
            s->request.mode == FileSelectorMode::kDirectory ? std::vector<std::string>() : s->files);
   fillDirectoryCombo(s);
   if (s->request.mode != FileSelectorMode::kDirectory) selectNamed(s);
   TestLog("fileselector directory %s dirs %d files %d", directory.c_str(),
-          static_cast<int>(listing.directories.size()), static_cast<int>(s->files.size()));
+          static_cast<int>(s->directories.size()), static_cast<int>(s->files.size()));
   return true;
 }
 
@@ -250,6 +260,7 @@ int rowForName(const Selector* s, const std::string& name) {
 // A saved name takes the chosen format's first extension unless it already
 // has one of the format's.
 std::string withFormatExtension(const Selector* s, const std::string& name) {
+  if (s->rows.empty()) return name;
   const FormatListRow& row = s->rows[s->filter];
   if (row.index < 0 || row.pattern.empty() || MatchesPattern(name, row.pattern)) return name;
   const std::string extension = row.pattern.substr(0, row.pattern.find(';'));
@@ -351,18 +362,8 @@ void cancelCB(Widget w, XtPointer, XtPointer) {
 }
 
 void enterDirectory(Selector* s, int position) {
-  std::vector<std::string> names;
-  int count = 0;
-  XtVaGetValues(s->dirList, XmNitemCount, &count, nullptr);
-  if (position < 1 || position > count) return;
-  XmString* items = nullptr;
-  XtVaGetValues(s->dirList, XmNitems, &items, nullptr);
-  char* text = nullptr;
-  if (!XmStringGetLtoR(items[position - 1], const_cast<char*>(XmFONTLIST_DEFAULT_TAG), &text))
-    return;
-  const std::string target = CleanPath(text, s->directory);
-  XtFree(text);
-  showDirectory(s, target);
+  if (position < 1 || position > static_cast<int>(s->directories.size())) return;
+  showDirectory(s, CleanPath(s->directories[static_cast<size_t>(position - 1)], s->directory));
 }
 
 void directoryDefaultCB(Widget w, XtPointer, XtPointer data) {
@@ -496,6 +497,7 @@ void mappedHandler(Widget w, XtPointer, XEvent* event, Boolean*) {
   if (!s) return;
   XmProcessTraversal(s->nameText, XmTRAVERSE_CURRENT);
   TestLog("fileselector 0x%lx %s", XtWindow(w), s->request.title);
+  if (s->previewPixmap != None) logPreview(s);
 }
 
 void destroyTimeout(XtPointer data, XtIntervalId*) {

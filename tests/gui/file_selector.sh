@@ -116,6 +116,8 @@ keys ctrl+s
 dialog_opened 3
 expect "save title" "$(grep '^TEST fileselector 0x' "$OUT" | tail -1 | cut -d' ' -f4-)" \
   "Save File..."
+# The picture's own file is selected and previewed, fitted to 160x120.
+wait_for "$OUT" '^TEST fileselector preview 0x[0-9a-f]{2,} 120x120$'
 shot save "$D"
 xdotool windowfocus --sync "$D" key --delay 5 --repeat 12 BackSpace
 type_in copy
