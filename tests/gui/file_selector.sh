@@ -94,13 +94,17 @@ wait_count "$OUT" "^TEST load $WORK/pics/wheel.png 0\$" 2
 wait_count "$OUT" '^TEST view ' 2
 [ -z "$(xdotool search --onlyvisible --name '^Load Files\.\.\.$')" ] || fail "dialog left open"
 
-# The second time it starts in the remembered directory. Return on ".." in
-# the directory list enters the parent; Escape cancels and leaves nothing.
+# The second time it starts in the remembered directory. A double click on
+# "sub" (the directory list's second row) enters it, Return on ".." goes up;
+# Escape cancels and leaves nothing.
 view_windows
 keys ctrl+o
 dialog_opened 2
 wait_count "$OUT" "^TEST fileselector directory $WORK/pics " 4
-press shift+Tab shift+Tab
+xdotool mousemove --window "$D" 30 73 click --repeat 2 --delay 60 1
+wait_for "$OUT" "^TEST fileselector directory $WORK/pics/sub dirs 1 files 0\$"
+press ctrl+Home Return
+wait_count "$OUT" "^TEST fileselector directory $WORK/pics " 5
 press ctrl+Home Return
 wait_for "$OUT" "^TEST fileselector directory $WORK dirs 3 "
 shot directory "$D"
