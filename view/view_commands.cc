@@ -17,6 +17,7 @@
 
 #include "core/app.h"
 #include "core/picture_io.h"
+#include "core/save.h"
 #include "core/settings.h"
 #include "core/test_log.h"
 #include "display/icons.h"
@@ -24,6 +25,7 @@
 #include "process/geometry.h"
 #include "view/process_menu.h"
 #include "view/view_window.h"
+#include "widgets/file_selector.h"
 #include "widgets/message_box.h"
 #include "widgets/options_dialog.h"
 #include "widgets/picture_load.h"
@@ -32,6 +34,37 @@
 namespace {
 
 // Commands.
+
+// Each chosen file opens in a view window of its own. Without a view (the
+// start window's menu) the dialog hangs on the application shell: the start
+// window may go once a view is open.
+void openCmd(ViewWindow* v, Widget) {
+  const FileSelectorResult chosen = AskFilesToLoad(v ? v->shell : nullptr);
+  if (!chosen.accepted) return;
+  for (const std::string& path : chosen.paths) CreateViewWindow(path.c_str(), -1);
+}
+
+void showSaveErrorCB(void* data, const char* text) {
+  ShowMessage(static_cast<Widget>(data), "Error", text, true);
+}
+
+// Saves the picture under a chosen name and format; the conversion question
+// and the progress dialog are left out of the hooks until they exist.
+void saveCmd(ViewWindow* v, Widget) {
+  if (!v || !v->picture.pixels) return;
+  const FileSelectorResult chosen = AskFileToSave(v->shell, v->path, v->formatIndex);
+  if (!chosen.accepted || chosen.paths.empty() || chosen.formatIndex < 0) return;
+  SaveHooks hooks;
+  hooks.data = v->shell;
+  hooks.showError = showSaveErrorCB;
+  const char* path = chosen.paths.front().c_str();
+  const int result = SavePicture(hooks, path, chosen.formatIndex, &v->picture, 0, 0, false);
+  TestLog("saved %s %d", path, result);
+  if (result != 0) return;  // a failed write was reported through the hook
+  std::snprintf(v->path, sizeof v->path, "%s", path);
+  v->formatIndex = chosen.formatIndex;
+  v->modified = false;
+}
 
 void browseCmd(ViewWindow* v, Widget origin) {
   OpenBrowser(v ? v->shell : origin, browserDirectory.empty() ? nullptr : browserDirectory.c_str());
@@ -188,13 +221,12 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 
 }  // namespace
 
-// In the order the words are compared. The file selector, the save dialog,
-// the hexadecimal viewer and the batch conversion dialogs do not exist yet:
-// their words are known and do nothing.
+// In the order the words are compared. The hexadecimal viewer and the batch
+// conversion dialogs do not exist yet: their words are known and do nothing.
 const ViewCommand kViewCommands[] = {
-    {"open", nullptr},           {"viewHexa", nullptr},
+    {"open", openCmd},           {"viewHexa", nullptr},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},
-    {"close", closeCmd},         {"saveFiles", nullptr},
+    {"close", closeCmd},         {"saveFiles", saveCmd},
     {"slideShow", slideShowCmd}, {"sequenceConvert", nullptr},
     {"multiConvert", nullptr},   {"quit", quitCmd},
     {"undo", undoCmd},           {"crop", cropCmd},

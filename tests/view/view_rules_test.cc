@@ -91,8 +91,9 @@ TEST(ViewCommands, WordsInTheirOrder) {
 }
 
 TEST(ViewCommands, TheCommandsOfThisWindowAreImplemented) {
-  for (const char* word : {"close", "quit", "zoom+", "zoom-", "fitImage", "first", "last", "next",
-                           "prev", "pageFirst", "pageLast", "pageNext", "pagePrev"}) {
+  for (const char* word :
+       {"open", "saveFiles", "close", "quit", "zoom+", "zoom-", "fitImage", "first", "last", "next",
+        "prev", "pageFirst", "pageLast", "pageNext", "pagePrev"}) {
     const ViewCommand* c = FindViewCommand(word);
     ASSERT_NE(c, nullptr) << word;
     EXPECT_NE(c->run, nullptr) << word;
