@@ -204,6 +204,7 @@ int SavePictureFitting(const SaveHooks& hooks, const char* path, int16_t formatI
   const int rc = imkSave(path, toSave, &options) & 0xFF;
   if (progress && hooks.closeProgress) hooks.closeProgress(hooks.data);
   if (hooks.busy) hooks.busy(hooks.data, false);
-  if (rc != 0) say(hooks, hooks.showError, PictureErrorText(path, rc, nullptr));
+  // 15: the user stopped the save from the progress dialog; nothing to report.
+  if (rc != 0 && rc != 15) say(hooks, hooks.showError, PictureErrorText(path, rc, nullptr));
   return rc;
 }

@@ -251,6 +251,6 @@ HexDump* OpenHexDump(const char* path) {
   d->gc = XCreateGC(XtDisplay(area), XtWindow(area), mask, &values);
   setScrollBars(d);
   XtPopup(d->shell, XtGrabNone);
-  TestLog("dump %#lx %#lx %d", XtWindow(d->shell), XtWindow(area), d->lineCount);
+  TestLog("dump %#lx %#lx %d %d", XtWindow(d->shell), XtWindow(area), d->lineCount, lineStep(d));
   return d;
 }

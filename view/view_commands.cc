@@ -23,8 +23,10 @@
 #include "display/icons.h"
 #include "process/conversion_items.h"
 #include "process/geometry.h"
+#include "tools/hex_dump.h"
 #include "view/process_menu.h"
 #include "view/view_window.h"
+#include "widgets/conversion_dialog.h"
 #include "widgets/file_selector.h"
 #include "widgets/message_box.h"
 #include "widgets/options_dialog.h"
@@ -44,26 +46,31 @@ void openCmd(ViewWindow* v, Widget) {
   for (const std::string& path : chosen.paths) CreateViewWindow(path.c_str(), -1);
 }
 
-void showSaveErrorCB(void* data, const char* text) {
-  ShowMessage(static_cast<Widget>(data), "Error", text, true);
-}
-
-// Saves the picture under a chosen name and format; the conversion question
-// and the progress dialog are left out of the hooks until they exist.
+// Saves the picture under a chosen name and format, converting it when the
+// format cannot hold it.
 void saveCmd(ViewWindow* v, Widget) {
   if (!v || !v->picture.pixels) return;
   const FileSelectorResult chosen = AskFileToSave(v->shell, v->path, v->formatIndex);
   if (!chosen.accepted || chosen.paths.empty() || chosen.formatIndex < 0) return;
-  SaveHooks hooks;
-  hooks.data = v->shell;
-  hooks.showError = showSaveErrorCB;
   const char* path = chosen.paths.front().c_str();
-  const int result = SavePicture(hooks, path, chosen.formatIndex, &v->picture, 0, 0, false);
+  const int result =
+      SavePicture(GuiSaveHooks(v->shell), path, chosen.formatIndex, &v->picture, 0, 0, true);
   TestLog("saved %s %d", path, result);
   if (result != 0) return;  // a failed write was reported through the hook
   std::snprintf(v->path, sizeof v->path, "%s", path);
   v->formatIndex = chosen.formatIndex;
   v->modified = false;
+}
+
+// Chooses any file (the one shown to begin with) and dumps it in hexadecimal.
+void viewHexaCmd(ViewWindow* v, Widget origin) {
+  FileSelectorRequest request;
+  request.title = "View Files...";
+  request.mode = FileSelectorMode::kOpenOne;
+  request.formatOptions = kFormatListAllFiles;
+  if (v) request.name = v->path;  // its directory and name
+  const FileSelectorResult chosen = RunFileSelector(v ? v->shell : origin, request);
+  if (chosen.accepted && !chosen.paths.empty()) OpenHexDump(chosen.paths.front().c_str());
 }
 
 void browseCmd(ViewWindow* v, Widget origin) {
@@ -221,10 +228,10 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 
 }  // namespace
 
-// In the order the words are compared. The hexadecimal viewer and the batch
-// conversion dialogs do not exist yet: their words are known and do nothing.
+// In the order the words are compared. The batch conversion dialogs do not
+// exist yet: their words are known and do nothing.
 const ViewCommand kViewCommands[] = {
-    {"open", openCmd},           {"viewHexa", nullptr},
+    {"open", openCmd},           {"viewHexa", viewHexaCmd},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},
     {"close", closeCmd},         {"saveFiles", saveCmd},
     {"slideShow", slideShowCmd}, {"sequenceConvert", nullptr},

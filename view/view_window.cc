@@ -21,6 +21,7 @@
 #include "core/save.h"
 #include "core/settings.h"
 #include "core/test_log.h"
+#include "tools/hex_dump.h"
 #include "view/view_commands.h"
 #include "widgets/conversion_dialog.h"
 #include "widgets/message_box.h"
@@ -521,6 +522,13 @@ ViewWindow* ViewOfWidget(Widget widget) {
 }
 
 Widget CreateViewWindow(const char* path, int pictureIndex) {
+  // A file the library does not recognise is dumped instead, when the
+  // setting asks for it (a file that cannot be read at all is still
+  // reported by the load).
+  FileInfo info{};
+  if (gSettings.viewOpenHexaViewIfNotPicture && imkFileInformation(path, -1, 0, &info) != 0 &&
+      OpenHexDump(path))
+    return nullptr;
   ImageRecord picture;
   int16_t formatIndex = -1;
   int32_t count = 0;
@@ -530,6 +538,7 @@ Widget CreateViewWindow(const char* path, int pictureIndex) {
 }
 
 Widget CreateListViewWindow(const std::vector<std::string>& files) {
+  if (files.size() == 1) return CreateViewWindow(files.front().c_str(), 0);
   for (size_t i = 0; i < files.size(); ++i) {
     ImageRecord picture;
     int16_t formatIndex = -1;

@@ -1,7 +1,6 @@
 // The "Convert ..." dialog and the save hooks of the windows.
 #include "widgets/conversion_dialog.h"
 
-#include <X11/cursorfont.h>
 #include <Xm/DialogS.h>
 #include <Xm/Form.h>
 #include <Xm/List.h>
@@ -15,6 +14,7 @@
 #include "core/test_log.h"
 #include "process/conversion_items.h"
 #include "widgets/message_box.h"
+#include "widgets/progress_dialog.h"
 
 std::vector<int> ConversionChoices(const ImageRecord& picture) {
   const bool trueColour = picture.type & 0xF00;
@@ -148,28 +148,12 @@ void showErrorHook(void* data, const char* text) {
   ShowMessage(static_cast<Widget>(data), "Error", text, true);
 }
 
-// The watch cursor on the parent's shell while the save runs.
-void busyHook(void* data, bool on) {
-  Widget shell = shellOf(data ? static_cast<Widget>(data) : topLevel);
-  if (!shell || !XtIsRealized(shell)) return;
-  Display* dpy = XtDisplay(shell);
-  if (on) {
-    static Cursor watch = None;
-    if (watch == None) watch = XCreateFontCursor(dpy, XC_watch);
-    XDefineCursor(dpy, XtWindow(shell), watch);
-  } else {
-    XUndefineCursor(dpy, XtWindow(shell));
-  }
-  XFlush(dpy);
-}
-
 }  // namespace
 
 SaveHooks GuiSaveHooks(Widget parent) {
   SaveHooks hooks;
-  hooks.data = parent;
+  SetProgressSaveHooks(&hooks, parent);  // progress dialog and busy cursor
   hooks.askConversion = askConversionHook;
   hooks.showError = showErrorHook;
-  hooks.busy = busyHook;
   return hooks;
 }
