@@ -203,11 +203,6 @@ constexpr MenuItem kEffectItems[] = {
     item(kActSlice, 'i'),  item(kActTile, 'T'),
 };
 
-template <size_t N>
-constexpr int countOf(const MenuItem (&)[N]) {
-  return static_cast<int>(N);
-}
-
 }  // namespace
 
 const MenuRecord MenuMap = {"Map",     "MenuMap",          false,  false, 'M',

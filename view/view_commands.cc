@@ -742,11 +742,6 @@ const MenuItem kOptionItems[] = {
     {"Options...", "Options", K::kPush, "options", "Ctrl+G", 'O'},
 };
 
-template <size_t N>
-constexpr int countOf(const MenuItem (&)[N]) {
-  return static_cast<int>(N);
-}
-
 }  // namespace
 
 const MenuRecord MenuFile = {"File",     "MenuFile",          false,     false, 'F',

@@ -69,6 +69,12 @@ struct MenuRecord {
 };
 extern const MenuRecord MenuFile, MenuImage, MenuFilter, MenuView, MenuInfo, MenuOption;
 
+// The number of items of a menu's item table.
+template <size_t N>
+constexpr int countOf(const MenuItem (&)[N]) {
+  return static_cast<int>(N);
+}
+
 // A menu bar named `name` (or, with popup set, a popup menu on `parent`)
 // holding `menus`; pulldowns use `shell`'s visual, depth and colormap.
 Widget CreateMenus(Widget parent, const char* name, const MenuRecord* const* menus, int count,

@@ -4,8 +4,6 @@
 #include <Xm/DialogS.h>
 #include <Xm/Form.h>
 #include <Xm/List.h>
-#include <Xm/PushB.h>
-#include <Xm/Separator.h>
 #include <Xm/Xm.h>
 
 #include <string>
@@ -13,6 +11,7 @@
 #include "core/app.h"
 #include "core/test_log.h"
 #include "process/conversion_items.h"
+#include "widgets/dialog_buttons.h"
 #include "widgets/message_box.h"
 #include "widgets/progress_dialog.h"
 
@@ -73,23 +72,8 @@ int AskConversionDialog(Widget parent, const char* title, const ImageRecord& pic
   // Closing the window unmaps the form: that is a cancel.
   XtAddCallback(form, XmNunmapCallback, cancelCB, &answer);
 
-  XmString ok = XmStringCreateLocalized(const_cast<char*>("OK"));
-  XmString cancel = XmStringCreateLocalized(const_cast<char*>("Cancel"));
-  Widget cancelButton = XtVaCreateManagedWidget(
-      "buttonCancel", xmPushButtonWidgetClass, form, XmNlabelString, cancel, XmNwidth, 90,
-      XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
-  Widget okButton = XtVaCreateManagedWidget(
-      "buttonOK", xmPushButtonWidgetClass, form, XmNlabelString, ok, XmNwidth, 90,
-      XmNrightAttachment, XmATTACH_WIDGET, XmNrightWidget, cancelButton, XmNrightOffset, 8,
-      XmNbottomAttachment, XmATTACH_FORM, XmNshowAsDefault, 1, nullptr);
-  XmStringFree(ok);
-  XmStringFree(cancel);
-  XtAddCallback(okButton, XmNactivateCallback, okCB, &answer);
-  XtAddCallback(cancelButton, XmNactivateCallback, cancelCB, &answer);
-  Widget separator = XtVaCreateManagedWidget(
-      "separator", xmSeparatorWidgetClass, form, XmNleftAttachment, XmATTACH_FORM,
-      XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget,
-      okButton, XmNbottomOffset, 8, nullptr);
+  const OkCancelRow row = CreateOkCancelRow(form, okCB, cancelCB, &answer);
+  Widget okButton = row.ok, cancelButton = row.cancel, separator = row.separator;
 
   std::vector<XmString> items;
   for (int item : choices) {

@@ -9,7 +9,6 @@
 #include <Xm/List.h>
 #include <Xm/PushB.h>
 #include <Xm/RowColumn.h>
-#include <Xm/Separator.h>
 #include <Xm/TextF.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
@@ -22,6 +21,7 @@
 
 #include "core/app.h"
 #include "core/test_log.h"
+#include "widgets/dialog_buttons.h"
 #include "widgets/options_table.h"
 
 namespace {
@@ -222,23 +222,8 @@ OptionsDialog* create(Widget parent) {
   XtAddCallback(form, XmNunmapCallback, unmapCB, d);
 
   // Buttons along the bottom.
-  XmString ok = XmStringCreateLocalized(const_cast<char*>("OK"));
-  XmString cancel = XmStringCreateLocalized(const_cast<char*>("Cancel"));
-  Widget cancelButton = XtVaCreateManagedWidget(
-      "buttonCancel", xmPushButtonWidgetClass, form, XmNlabelString, cancel, XmNwidth, 90,
-      XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
-  Widget okButton = XtVaCreateManagedWidget(
-      "buttonOK", xmPushButtonWidgetClass, form, XmNlabelString, ok, XmNwidth, 90,
-      XmNrightAttachment, XmATTACH_WIDGET, XmNrightWidget, cancelButton, XmNrightOffset, 8,
-      XmNbottomAttachment, XmATTACH_FORM, XmNshowAsDefault, 1, nullptr);
-  XmStringFree(ok);
-  XmStringFree(cancel);
-  XtAddCallback(okButton, XmNactivateCallback, okCB, d);
-  XtAddCallback(cancelButton, XmNactivateCallback, cancelCB, d);
-  Widget separator = XtVaCreateManagedWidget(
-      "separator", xmSeparatorWidgetClass, form, XmNleftAttachment, XmATTACH_FORM,
-      XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget,
-      okButton, XmNbottomOffset, 8, nullptr);
+  const OkCancelRow row = CreateOkCancelRow(form, okCB, cancelCB, d);
+  Widget okButton = row.ok, cancelButton = row.cancel, separator = row.separator;
 
   // The category list on the left.
   const std::vector<const char*>& names = OptionPages();

@@ -201,56 +201,9 @@ XtGeometryResult queryGeometry(Widget w, XtWidgetGeometry* request, XtWidgetGeom
 
 }  // namespace
 
-struct MyStatusBarClassRec {
-  CoreClassPart core_class;
-  XmPrimitiveClassPart primitive_class;
-};
-
-static MyStatusBarClassRec myStatusBarClassRec = {
-    {
-        reinterpret_cast<WidgetClass>(&xmPrimitiveClassRec),  // superclass
-        const_cast<char*>("MyStatusBar"),                     // class_name
-        sizeof(MyStatusBarRec),                               // widget_size
-        nullptr,                                              // class_initialize
-        nullptr,                                              // class_part_initialize
-        False,                                                // class_inited
-        initialize,                                           // initialize
-        nullptr,                                              // initialize_hook
-        XtInheritRealize,                                     // realize
-        nullptr,                                              // actions
-        0,                                                    // num_actions
-        resources,                                            // resources
-        XtNumber(resources),                                  // num_resources
-        NULLQUARK,                                            // xrm_class
-        True,                                                 // compress_motion
-        XtExposeCompressMaximal,                              // compress_exposure
-        True,                                                 // compress_enterleave
-        False,                                                // visible_interest
-        destroy,                                              // destroy
-        resize,                                               // resize
-        expose,                                               // expose
-        setValues,                                            // set_values
-        nullptr,                                              // set_values_hook
-        XtInheritSetValuesAlmost,                             // set_values_almost
-        nullptr,                                              // get_values_hook
-        nullptr,                                              // accept_focus
-        XtVersion,                                            // version
-        nullptr,                                              // callback_private
-        XtInheritTranslations,                                // tm_table
-        queryGeometry,                                        // query_geometry
-        nullptr,                                              // display_accelerator
-        nullptr,                                              // extension
-    },
-    {
-        XmInheritBorderHighlight,    // border_highlight
-        XmInheritBorderUnhighlight,  // border_unhighlight
-        XtInheritTranslations,       // translations
-        nullptr,                     // arm_and_activate
-        nullptr,                     // syn_resources
-        0,                           // num_syn_resources
-        nullptr,                     // extension
-    },
-};
+static MyPrimitiveClassRec myStatusBarClassRec =
+    MyPrimitiveClass("MyStatusBar", sizeof(MyStatusBarRec), resources, XtNumber(resources),
+                     {initialize, destroy, resize, expose, setValues, queryGeometry});
 
 WidgetClass myStatusBarWidgetClass = reinterpret_cast<WidgetClass>(&myStatusBarClassRec);
 

@@ -1,0 +1,28 @@
+#include "widgets/dialog_buttons.h"
+
+#include <Xm/PushB.h>
+#include <Xm/Separator.h>
+#include <Xm/Xm.h>
+
+OkCancelRow CreateOkCancelRow(Widget form, XtCallbackProc okCB, XtCallbackProc cancelCB,
+                              XtPointer data) {
+  OkCancelRow row;
+  XmString ok = XmStringCreateLocalized(const_cast<char*>("OK"));
+  XmString cancel = XmStringCreateLocalized(const_cast<char*>("Cancel"));
+  row.cancel = XtVaCreateManagedWidget("buttonCancel", xmPushButtonWidgetClass, form,
+                                       XmNlabelString, cancel, XmNwidth, 90, XmNrightAttachment,
+                                       XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM, nullptr);
+  row.ok = XtVaCreateManagedWidget(
+      "buttonOK", xmPushButtonWidgetClass, form, XmNlabelString, ok, XmNwidth, 90,
+      XmNrightAttachment, XmATTACH_WIDGET, XmNrightWidget, row.cancel, XmNrightOffset, 8,
+      XmNbottomAttachment, XmATTACH_FORM, XmNshowAsDefault, 1, nullptr);
+  XmStringFree(ok);
+  XmStringFree(cancel);
+  XtAddCallback(row.ok, XmNactivateCallback, okCB, data);
+  XtAddCallback(row.cancel, XmNactivateCallback, cancelCB, data);
+  row.separator = XtVaCreateManagedWidget("separator", xmSeparatorWidgetClass, form,
+                                          XmNleftAttachment, XmATTACH_FORM, XmNrightAttachment,
+                                          XmATTACH_FORM, XmNbottomAttachment, XmATTACH_WIDGET,
+                                          XmNbottomWidget, row.ok, XmNbottomOffset, 8, nullptr);
+  return row;
+}
