@@ -53,6 +53,11 @@ void saveCmd(ViewWindow* v, Widget) {
   const FileSelectorResult chosen = AskFileToSave(v->shell, v->path, v->formatIndex);
   if (!chosen.accepted || chosen.paths.empty() || chosen.formatIndex < 0) return;
   const char* path = chosen.paths.front().c_str();
+  if (access(path, F_OK) == 0) {
+    char question[1100];
+    std::snprintf(question, sizeof question, "Replace the existing file \n  '%s' ?", path);
+    if (!AskYesNo(v->shell, "Question", question)) return;
+  }
   const int result =
       SavePicture(GuiSaveHooks(v->shell), path, chosen.formatIndex, &v->picture, 0, 0, true);
   TestLog("saved %s %d", path, result);

@@ -129,6 +129,21 @@ press Return
 wait_for "$OUT" "^TEST saved $WORK/pics/copy.png 0\$"
 expect "saved picture" "$(identify -format '%m %wx%h' "$WORK/pics/copy.png")" "PNG 256x256"
 
+# Saving over an existing file asks first; No leaves it as it was.
+echo "keep me" >"$WORK/pics/keep.png"
+keys ctrl+s
+dialog_opened 4
+xdotool windowfocus --sync "$D" key --delay 5 --repeat 12 BackSpace
+type_in keep.png
+press Return
+wait_for "$OUT" "^TEST question Replace the existing file "
+Q=$(xdotool search --onlyvisible --name '^Question$' | head -1)
+[ -n "$Q" ] || fail "no question before replacing a file"
+xdotool windowfocus --sync "$Q" key Escape
+sleep 0.3
+expect "file kept" "$(cat "$WORK/pics/keep.png")" "keep me"
+grep -q "^TEST saved $WORK/pics/keep.png" "$OUT" && fail "saved over the file after No"
+
 # The remembered directories reach the settings file; the cancelled dialog
 # changed nothing.
 keys ctrl+q
