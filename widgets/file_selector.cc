@@ -262,7 +262,7 @@ int rowForName(const Selector* s, const std::string& name) {
 std::string withFormatExtension(const Selector* s, const std::string& name) {
   if (s->rows.empty()) return name;
   const FormatListRow& row = s->rows[s->filter];
-  if (row.index < 0 || row.pattern.empty() || MatchesPattern(name, row.pattern)) return name;
+  if (row.pattern.empty() || MatchesPattern(name, row.pattern)) return name;
   const std::string extension = row.pattern.substr(0, row.pattern.find(';'));
   const size_t slash = name.rfind('/');
   const size_t dot = name.rfind('.');
@@ -687,9 +687,11 @@ FileSelectorResult RunFileSelector(Widget parent, const FileSelectorRequest& req
   Selector* s = new Selector;
   s->request = request;
   const bool save = request.mode == FileSelectorMode::kSave;
-  s->rows = save                    ? BuildFormatList(kFormatListWritable)
-            : request.formatOptions ? BuildFormatList(request.formatOptions)
-                                    : request.filters;
+  // Saving offers the writable formats unless the caller gives its own rows
+  // (a slide file, a script).
+  s->rows = save && request.filters.empty() ? BuildFormatList(kFormatListWritable)
+            : request.formatOptions         ? BuildFormatList(request.formatOptions)
+                                            : request.filters;
   s->preview = gSettings.loadPreview;
 
   // Where to start, and the name shown at first.
