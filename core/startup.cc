@@ -19,6 +19,7 @@
 #include "display/icons.h"
 #include "display/visual.h"
 #include "imgkit/imgkit.h"
+#include "tools/slide_show.h"
 #include "view/view_window.h"
 #include "widgets/tool_bar.h"
 
@@ -78,9 +79,8 @@ void printUsage(const char* program) {
   std::printf("          -ini <file>    : Ini file\n");
 }
 
-// The browser, the about box's link and the slide show are named by
-// translation tables; until those tools exist their actions do
-// nothing.
+// The browser and the about box's link are named by translation tables;
+// until those tools exist their actions do nothing.
 void pendingAction(Widget, XEvent*, String*, Cardinal*) {}
 
 XtActionsRec kActions[] = {
@@ -90,7 +90,7 @@ XtActionsRec kActions[] = {
     {const_cast<char*>("BrowserDoCommand"), pendingAction},
     {const_cast<char*>("BrowserDoPopup"), pendingAction},
     {const_cast<char*>("UrlClick"), pendingAction},
-    {const_cast<char*>("SlideDoCommand"), pendingAction},
+    {const_cast<char*>("SlideDoCommand"), SlideDoCommand},
     {const_cast<char*>("DoBubble"), DoBubble},
 };
 

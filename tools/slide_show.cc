@@ -279,12 +279,3 @@ SlideShow* openSlideShow(const char* file) {
   // The file's timer value is used as milliseconds as it stands.
   return StartSlideShowOf(contents.files, contents.flags, contents.timer);
 }
-
-void StartSlideShow(Widget parent, const char* file) {
-  TestLog("slide %s", file ? file : "");
-  if (file) {
-    openSlideShow(file);
-    return;
-  }
-  ShowMessage(parent, "Slide Show", "The slide show dialog is not available yet.");
-}

@@ -38,3 +38,7 @@ SlideShow* StartSlideShowOf(const std::vector<tools::SlideFileName>& files, uint
 // milliseconds. A file that cannot be read says "Can't open file : <path>";
 // one without the header or without files starts nothing.
 SlideShow* openSlideShow(const char* file);
+
+// The action of the slide-show dialog's keys: SlideDoCommand(add),
+// SlideDoCommand(remove), ... with exactly one word.
+void SlideDoCommand(Widget widget, XEvent* event, String* params, Cardinal* count);
