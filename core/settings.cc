@@ -284,3 +284,28 @@ bool WriteSettings(const std::string& path, const Settings& settings) {
   }
   return true;
 }
+
+namespace {
+
+template <size_t N>
+void putFirst(char (&list)[N][kPathSize], const std::string& path) {
+  if (path.empty()) return;
+  std::vector<std::string> recent{path};
+  for (const auto& name : list)
+    if (name[0] && path != name) recent.emplace_back(name);
+  recent.resize(N);
+  for (size_t i = 0; i < N; ++i) {
+    std::strncpy(list[i], recent[i].c_str(), kPathSize - 1);
+    list[i][kPathSize - 1] = '\0';
+  }
+}
+
+}  // namespace
+
+void AddRecentDirectory(Settings& settings, const std::string& directory) {
+  putFirst(settings.dirName, directory);
+}
+
+void AddRecentFile(Settings& settings, const std::string& path) {
+  putFirst(settings.fileName, path);
+}

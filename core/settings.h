@@ -138,6 +138,12 @@ struct SettingKey {
 };
 const std::vector<SettingKey>& SettingKeys();
 
+// Puts a path first in the recent directories (DirName_0..9) or the recent
+// files (FileName_0..8): an earlier copy of it is removed, the others move
+// down, the last falls off. An empty path changes nothing.
+void AddRecentDirectory(Settings& settings, const std::string& directory);
+void AddRecentFile(Settings& settings, const std::string& path);
+
 // $HOME/.vimorarc (".vimorarc" when HOME is not set).
 std::string DefaultSettingsPath();
 

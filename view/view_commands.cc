@@ -65,6 +65,7 @@ void saveCmd(ViewWindow* v, Widget) {
   std::snprintf(v->path, sizeof v->path, "%s", path);
   v->formatIndex = chosen.formatIndex;
   v->modified = false;
+  AddRecentFile(gSettings, path);
 }
 
 // Chooses any file (the one shown to begin with) and dumps it in hexadecimal.
@@ -555,6 +556,7 @@ void setSensitive(Widget pulldown, const char* name, bool on) {
 
 void updateFile(Widget pulldown, ViewWindow*) {
   bool any = false;
+  int shown = 0;
   for (int i = 0; i < kRecentFiles; ++i) {
     char name[16];
     std::snprintf(name, sizeof name, "FileItem%d", i + 1);
@@ -569,10 +571,12 @@ void updateFile(Widget pulldown, ViewWindow*) {
       XmStringFree(s);
       XtManageChild(item);
       any = true;
+      ++shown;
     } else {
       XtUnmanageChild(item);
     }
   }
+  TestLog("recent %d", shown);
   if (Widget sep = child(pulldown, "FileItemSep")) {
     if (any)
       XtManageChild(sep);

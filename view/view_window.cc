@@ -422,6 +422,7 @@ Widget createWindow(ImageRecord& loaded, const char* path, int16_t formatIndex,
   v->pictureIndex = pictureIndex;
   v->pictureCount = pictureCount;
   std::snprintf(v->path, sizeof v->path, "%s", path);
+  AddRecentFile(gSettings, path);
   if (files) {
     v->fileList = *files;
     v->filePosition = position;
@@ -654,6 +655,7 @@ void ShowListFile(ViewWindow* v, int position) {
   v->pictureCount = count;
   v->modified = false;
   std::snprintf(v->path, sizeof v->path, "%s", path.c_str());
+  AddRecentFile(gSettings, path);
   ViewPictureChanged(v);
 }
 

@@ -87,16 +87,3 @@ std::string BaseName(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
-
-void AddRecentDirectory(Settings& settings, const std::string& directory) {
-  if (directory.empty()) return;
-  std::vector<std::string> recent{directory};
-  for (const auto& name : settings.dirName)
-    if (name[0] && directory != name) recent.emplace_back(name);
-  recent.resize(kRecentDirs);
-  for (int i = 0; i < kRecentDirs; ++i) {
-    char* slot = settings.dirName[i];
-    std::strncpy(slot, recent[static_cast<size_t>(i)].c_str(), kPathSize - 1);
-    slot[kPathSize - 1] = '\0';
-  }
-}

@@ -37,7 +37,3 @@ std::string DirectoryOf(const std::string& path);
 // The part after the last "/".
 std::string BaseName(const std::string& path);
 
-// Puts `directory` first in the recent directories DirName_0..9: an earlier
-// copy of it is removed, the others move down, the tenth falls off. An empty
-// name changes nothing.
-void AddRecentDirectory(Settings& settings, const std::string& directory);

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "tests/support/test_support.h"
 
@@ -203,6 +205,45 @@ TEST(SettingsWrite, FailureLeavesTheOldFileAndSaysSo) {
   ASSERT_EQ(stat(dir.file("rc").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
   EXPECT_EQ(readFrom(readFile(dir.file("rc"))).startWidth, 777);
+}
+
+using Names = std::vector<std::string>;
+
+template <size_t N>
+Names recent(const char (&list)[N][kPathSize]) {
+  Names names;
+  for (const auto& d : list) names.emplace_back(d);
+  return names;
+}
+
+TEST(RecentDirectories, MostRecentFirstNoDuplicatesTenAtMost) {
+  Settings s;
+  AddRecentDirectory(s, "/a");
+  AddRecentDirectory(s, "/b");
+  EXPECT_EQ(recent(s.dirName), (Names{"/b", "/a", "", "", "", "", "", "", "", ""}));
+  AddRecentDirectory(s, "/a");  // moves to the front, not added twice
+  EXPECT_EQ(recent(s.dirName), (Names{"/a", "/b", "", "", "", "", "", "", "", ""}));
+  AddRecentDirectory(s, "");
+  EXPECT_EQ(recent(s.dirName)[0], "/a");
+  for (const char* d : {"/1", "/2", "/3", "/4", "/5", "/6", "/7", "/8", "/9"})
+    AddRecentDirectory(s, d);
+  EXPECT_EQ(recent(s.dirName), (Names{"/9", "/8", "/7", "/6", "/5", "/4", "/3", "/2", "/1", "/a"}));
+  AddRecentDirectory(s, "/10");  // "/a" falls off the end
+  EXPECT_EQ(recent(s.dirName),
+            (Names{"/10", "/9", "/8", "/7", "/6", "/5", "/4", "/3", "/2", "/1"}));
+  AddRecentDirectory(s, "/5");
+  EXPECT_EQ(recent(s.dirName),
+            (Names{"/5", "/10", "/9", "/8", "/7", "/6", "/4", "/3", "/2", "/1"}));
+}
+
+TEST(RecentFiles, NineAtMostMostRecentFirst) {
+  Settings s;
+  for (const char* f : {"/1", "/2", "/3", "/4", "/5", "/6", "/7", "/8", "/9", "/10"})
+    AddRecentFile(s, f);
+  EXPECT_EQ(recent(s.fileName), (Names{"/10", "/9", "/8", "/7", "/6", "/5", "/4", "/3", "/2"}));
+  AddRecentFile(s, "/4");
+  EXPECT_EQ(recent(s.fileName), (Names{"/4", "/10", "/9", "/8", "/7", "/6", "/5", "/3", "/2"}));
+  EXPECT_EQ(recent(s.dirName)[0], "");  // the directories are another list
 }
 
 }  // namespace

@@ -97,28 +97,4 @@ TEST(Paths, JoinCleanAndSplit) {
   EXPECT_EQ(BaseName("a.png"), "a.png");
 }
 
-std::vector<std::string> recent(const Settings& s) {
-  std::vector<std::string> names;
-  for (const auto& d : s.dirName) names.emplace_back(d);
-  return names;
-}
-
-TEST(RecentDirectories, MostRecentFirstNoDuplicatesTenAtMost) {
-  Settings s;
-  AddRecentDirectory(s, "/a");
-  AddRecentDirectory(s, "/b");
-  EXPECT_EQ(recent(s), (Names{"/b", "/a", "", "", "", "", "", "", "", ""}));
-  AddRecentDirectory(s, "/a");  // moves to the front, not added twice
-  EXPECT_EQ(recent(s), (Names{"/a", "/b", "", "", "", "", "", "", "", ""}));
-  AddRecentDirectory(s, "");
-  EXPECT_EQ(recent(s)[0], "/a");
-  for (const char* d : {"/1", "/2", "/3", "/4", "/5", "/6", "/7", "/8", "/9"})
-    AddRecentDirectory(s, d);
-  EXPECT_EQ(recent(s), (Names{"/9", "/8", "/7", "/6", "/5", "/4", "/3", "/2", "/1", "/a"}));
-  AddRecentDirectory(s, "/10");  // "/a" falls off the end
-  EXPECT_EQ(recent(s), (Names{"/10", "/9", "/8", "/7", "/6", "/5", "/4", "/3", "/2", "/1"}));
-  AddRecentDirectory(s, "/5");
-  EXPECT_EQ(recent(s), (Names{"/5", "/10", "/9", "/8", "/7", "/6", "/4", "/3", "/2", "/1"}));
-}
-
 }  // namespace
