@@ -327,8 +327,22 @@ XtTranslations ViewTranslations() {
 
 // Tool bar.
 
-// The last six name operations of the Image menu that have no command word
-// yet: they stay insensitive.
+namespace {
+
+void applyConversion(ViewWindow* v, int number);
+
+// The last six buttons run operations of the Image menu, not command words.
+// Conversion items: 256 grey levels, 256 colours (adaptive), true colour.
+constexpr int kItemGrey256 = 11, kItemColours256 = 24, kItemTrueColour = 32;
+void toolRotateLeft(ViewWindow* v) { ApplyProcessAction(v, kActRotateLeft); }
+void toolRotateRight(ViewWindow* v) { ApplyProcessAction(v, kActRotateRight); }
+void toolFlip(ViewWindow* v) { ApplyProcessAction(v, kActFlipHorizontal); }
+void toolToGrey(ViewWindow* v) { applyConversion(v, kItemGrey256); }
+void toolToColours(ViewWindow* v) { applyConversion(v, kItemColours256); }
+void toolToTrueColour(ViewWindow* v) { applyConversion(v, kItemTrueColour); }
+
+}  // namespace
+
 const ToolBarButton kToolBarButtons[kToolBarButtonCount] = {
     {kIconOpen, "open", "Open a picture"},
     {kIconSave, "saveFiles", "Save the picture"},
@@ -348,18 +362,31 @@ const ToolBarButton kToolBarButtons[kToolBarButtonCount] = {
     {kIconHexDump, "viewHexa", "View in hexadecimal"},
     {kIconOptions, "options", "Options"},
     {kIconQuit, "quit", "Quit"},
-    {kIconRotateLeft, "rotateLeft", "Rotate left"},
-    {kIconRotateRight, "rotateRight", "Rotate right"},
-    {kIconFlip, "flip", "Flip"},
-    {kIconToGrey, "toGrey", "Convert to grey"},
-    {kIconToColours, "toColors", "Reduce to 256 colours"},
-    {kIconToTrueColour, "toTrueColor", "Convert to true colour"},
+    {kIconRotateLeft, "rotateLeft", "Rotate left", toolRotateLeft},
+    {kIconRotateRight, "rotateRight", "Rotate right", toolRotateRight},
+    {kIconFlip, "flip", "Flip", toolFlip},
+    {kIconToGrey, "toGrey", "Convert to grey", toolToGrey},
+    {kIconToColours, "toColors", "Reduce to 256 colours", toolToColours},
+    {kIconToTrueColour, "toTrueColor", "Convert to true colour", toolToTrueColour},
 };
 
 namespace {
 
+const ToolBarButton* toolButton(const char* word) {
+  for (const ToolBarButton& b : kToolBarButtons)
+    if (std::strcmp(b.word, word) == 0) return &b;
+  return nullptr;
+}
+
 void toolButtonCB(Widget w, XtPointer data, XtPointer) {
-  RunViewCommand(ViewOfWidget(w), static_cast<const char*>(data), w);
+  const char* word = static_cast<const char*>(data);
+  const ToolBarButton* b = toolButton(word);
+  ViewWindow* v = ViewOfWidget(w);
+  if (b && b->apply) {
+    if (v && v->picture.pixels) b->apply(v);
+    return;
+  }
+  RunViewCommand(v, word, w);
 }
 
 bool implemented(const char* word) {
@@ -369,6 +396,12 @@ bool implemented(const char* word) {
 
 // Whether a command can act on the view as it is now.
 bool commandSensitive(const ViewWindow* v, const char* word) {
+  if (const ToolBarButton* b = toolButton(word); b && b->apply) {
+    if (!v || !v->picture.pixels) return false;
+    const bool trueColour = v->picture.type != IMK_BINARY && v->picture.type != IMK_GREY &&
+                            v->picture.type != IMK_MAPPED;
+    return !(b->apply == toolToTrueColour && trueColour);
+  }
   if (!implemented(word)) return false;
   if (!v) return true;
   if (std::strcmp(word, "undo") == 0) return v->undoPicture.pixels != nullptr;
@@ -419,8 +452,8 @@ void recentFileCB(Widget, int number) {
 
 // An Image-menu conversion: the result becomes the picture, the picture
 // before it the undo picture.
-void convertCB(Widget w, int number) {
-  ViewWindow* v = ViewOfWidget(w);
+// Applies an Image-menu conversion (item 1..32) with undo.
+void applyConversion(ViewWindow* v, int number) {
   if (!v || !v->picture.pixels) return;
   ImageRecord result;
   std::memset(&result, 0, sizeof result);
@@ -438,6 +471,8 @@ void convertCB(Widget w, int number) {
   TestLog("converted %d", number);
   ViewPictureChanged(v);
 }
+
+void convertCB(Widget w, int number) { applyConversion(ViewOfWidget(w), number); }
 
 void aboutCB(Widget w, int) {
   ShowMessage(w, "About", "VIMORA v1.12\nPicture viewer, browser and converter for X11");

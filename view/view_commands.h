@@ -37,8 +37,9 @@ XtTranslations ViewTranslations();
 // The tool bar: icon index, command word and bubble text of each button.
 struct ToolBarButton {
   int icon;
-  const char* word;
+  const char* word;  // a command word, or null for a picture operation
   const char* help;
+  void (*apply)(ViewWindow* view);  // the operation of a button without a word
 };
 constexpr int kToolBarButtonCount = 24;
 extern const ToolBarButton kToolBarButtons[kToolBarButtonCount];
