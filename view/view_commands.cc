@@ -620,12 +620,38 @@ void updateFile(Widget pulldown, ViewWindow*) {
   }
 }
 
+// Widget names "Convert1" .. "Convert32".
+struct ConvertNames {
+  char text[process::kConversionItemCount + 1][12];
+};
+constexpr ConvertNames makeConvertNames() {
+  ConvertNames n{};
+  for (int i = 1; i <= process::kConversionItemCount; ++i) {
+    int k = 0;
+    for (char c : {'C', 'o', 'n', 'v', 'e', 'r', 't'}) n.text[i][k++] = c;
+    if (i >= 10) n.text[i][k++] = static_cast<char>('0' + i / 10);
+    n.text[i][k] = static_cast<char>('0' + i % 10);
+  }
+  return n;
+}
+constexpr ConvertNames kConvertNames = makeConvertNames();
+
 void updateImage(Widget pulldown, ViewWindow* v) {
   setSensitive(pulldown, "Undo", v && v->undoPicture.pixels);
   setSensitive(pulldown, "MenuSwap",
                v && v->picture.pixels && v->picture.type != IMK_BINARY &&
                    v->picture.type != IMK_GREY && v->picture.type != IMK_MAPPED);
   setSensitive(pulldown, "Crop", v && v->selectionPresent);
+  // A conversion to the kind the picture already has is off.
+  std::vector<bool> offered(process::kConversionItemCount + 1, false);
+  if (v && v->picture.pixels)
+    for (int item : ConversionChoices(v->picture)) offered[static_cast<size_t>(item)] = true;
+  for (int i = 1; i <= process::kConversionItemCount; ++i) {
+    char name[16];
+    std::snprintf(name, sizeof name, "*Convert%d", i);
+    setSensitive(pulldown, name, offered[static_cast<size_t>(i)]);
+  }
+  TestLog("conversions %d", static_cast<int>(std::count(offered.begin(), offered.end(), true)));
 }
 
 void setToggle(Widget pulldown, const char* name, bool on) {
@@ -681,21 +707,6 @@ const MenuItem kFileItems[] = {
 
 // The conversions, numbered as in the conversion table (their texts come
 // from there).
-// Widget names "Convert1" .. "Convert32".
-struct ConvertNames {
-  char text[process::kConversionItemCount + 1][12];
-};
-constexpr ConvertNames makeConvertNames() {
-  ConvertNames n{};
-  for (int i = 1; i <= process::kConversionItemCount; ++i) {
-    int k = 0;
-    for (char c : {'C', 'o', 'n', 'v', 'e', 'r', 't'}) n.text[i][k++] = c;
-    if (i >= 10) n.text[i][k++] = static_cast<char>('0' + i / 10);
-    n.text[i][k] = static_cast<char>('0' + i % 10);
-  }
-  return n;
-}
-constexpr ConvertNames kConvertNames = makeConvertNames();
 
 // Items First .. First + Count - 1 of the conversion table.
 template <int First, int Count>

@@ -21,6 +21,6 @@ std::vector<int> ConversionChoices(const ImageRecord& picture);
 int AskConversionDialog(Widget parent, const char* title, const ImageRecord& picture);
 
 // Hooks for SavePicture over `parent` (the application shell when null): the
-// conversion dialog, error messages and the watch cursor on the parent's
-// window. The progress members are left empty.
+// conversion dialog, error messages, the progress dialog and the watch
+// cursor on the parent's window.
 SaveHooks GuiSaveHooks(Widget parent);

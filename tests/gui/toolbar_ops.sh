@@ -19,8 +19,18 @@ press 20  # rotate right
 expect "rotated" "$(last_test info | cut -d/ -f1)" "Width: 20  Height: 40  Depth: 8  (256 Grey Scale) "
 press 13  # undo
 expect "undone" "$(last_test info | cut -d/ -f1)" "Width: 40  Height: 20  Depth: 8  (256 Grey Scale) "
+image_menu() {  # opens and closes the Image menu; prints the conversions offered
+  local m
+  m=$(grep -c '^TEST menu MenuImage$' "$OUT")
+  keys F10 Right Down
+  wait_count "$OUT" '^TEST menu MenuImage$' $((m + 1))
+  last_test conversions
+  xdotool key --delay 20 Escape
+}
+expect "conversions for a grey picture" "$(image_menu)" 32
 press 24  # to true colour
 expect "true colour" "$(last_test info | cut -d/ -f1)" "Width: 40  Height: 20  Depth: 24  (True Colors) "
+expect "conversions for a true-colour picture" "$(image_menu)" 31
 # Now the button is off: a click changes nothing.
 n=$(grep -c '^TEST converted ' "$OUT")
 xdotool mousemove --window "$(button 24)" 6 6 click 1
