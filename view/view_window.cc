@@ -588,6 +588,14 @@ void ShowInfo(ViewWindow* v) {
   const std::string text = ViewInfoText(v->picture, v->zoom);
   MyStatusBarSetText(v->infoLabel, 0, text.c_str());
   TestLog("info %s", text.c_str());
+  // A file of several pictures names the page shown in the title.
+  char title[64];
+  if (v->pictureCount > 1)
+    std::snprintf(title, sizeof title, "%s - Page %d/%d", kTitle, v->pictureIndex + 1,
+                  v->pictureCount);
+  else
+    std::snprintf(title, sizeof title, "%s", kTitle);
+  XtVaSetValues(v->shell, XmNtitle, title, nullptr);
   UpdateViewSensitivity(v);
 }
 

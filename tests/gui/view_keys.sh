@@ -77,6 +77,15 @@ dismiss() {
   sleep 0.2
 }
 
+title_is() {
+  local i
+  for i in $(seq 100); do
+    [ "$(xprop -id "$VIEW" WM_NAME | cut -d'"' -f2)" = "$1" ] && return 0
+    sleep 0.05
+  done
+  fail "title: got '$(xprop -id "$VIEW" WM_NAME | cut -d'"' -f2)', wanted '$1'"
+}
+
 declare -A opened
 while read -r key word kind; do
   [ -n "$key" ] || continue
@@ -91,6 +100,11 @@ while read -r key word kind; do
   expect "$key" "$(grep '^TEST command ' "$OUT" | tail -1 | cut -d' ' -f3)" "$word"
   [ "$kind" = - ] || dismiss "$kind" $((before + 1))
   opened[$word]=1
+  # The pages of pages.tif: the title names the page shown.
+  case $word in
+    pageLast) title_is "VIMORA v1.12 - Page 3/3" ;;
+    pagePrev) title_is "VIMORA v1.12 - Page 2/3" ;;
+  esac
 done <<<"$TABLE"
 wait_exit
 expect "exit status" "$STATUS" 0
