@@ -121,30 +121,18 @@ constexpr ProcessAction kProcessActions[kProcessActionCount] = {
 void ApplyProcessAction(ViewWindow* v, ProcessActionId id) {
   if (!v || !v->picture.pixels || id < 0 || id >= kProcessActionCount) return;
   const ProcessAction& action = kProcessActions[id];
-  ImageRecord result;
-  std::memset(&result, 0, sizeof result);
-  int failed = 0;
+  std::vector<int> positions;
+  const params::ParamDialog* dialog = nullptr;
   if (action.dialog >= 0) {
-    const params::ParamDialog& d =
-        params::paramDialog(static_cast<params::DialogId>(action.dialog));
-    std::vector<int> positions;
-    if (!RunParamDialog(v->shell, d, &v->picture, &v->visual, v->colormap, &positions)) return;
-    failed = params::applyDialog(d, &v->picture, &result, positions);
-  } else {
-    failed = action.apply(&v->picture, &result, action.argument);
+    dialog = &params::paramDialog(static_cast<params::DialogId>(action.dialog));
+    if (!RunParamDialog(v->shell, *dialog, &v->picture, &v->visual, v->colormap, &positions))
+      return;
   }
-  if (failed) {
-    ShowMessage(v->shell, "Error", "Not enough memory", true);
-    return;
-  }
-  FreePicture(&v->undoPicture);
-  if (gSettings.viewUseUndo)
-    v->undoPicture = v->picture;
-  else
-    FreePicture(&v->picture);
-  v->picture = result;
-  v->modified = true;
-  if (TestMode()) {
+  const bool applied = ApplyViewOperation(v, [&](ImageRecord* src, ImageRecord* dst) {
+    return dialog ? params::applyDialog(*dialog, src, dst, positions)
+                  : action.apply(src, dst, action.argument);
+  });
+  if (applied && TestMode()) {
     // The new size and the bytes of the top-left pixel, for tests that check
     // the result without reading the screen.
     std::string bytes;
@@ -153,7 +141,6 @@ void ApplyProcessAction(ViewWindow* v, ProcessActionId id) {
     TestLog("processed %s %dx%d pixel %s", action.name, v->picture.width, v->picture.height,
             bytes.c_str());
   }
-  ViewPictureChanged(v);
 }
 
 void ProcessMenuCB(Widget item, int number) {

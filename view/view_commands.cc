@@ -120,21 +120,10 @@ void undoCmd(ViewWindow* v, Widget) {
 
 void cropCmd(ViewWindow* v, Widget) {
   if (!v || !v->selectionPresent) return;
-  ImageRecord result;
-  std::memset(&result, 0, sizeof result);
-  if (process::cropPicture(&v->picture, &result, v->selectionX, v->selectionY, v->selectionWidth,
-                           v->selectionHeight) != 0) {
-    ShowMessage(v->shell, "Error", "Not enough memory", true);
-    return;
-  }
-  FreePicture(&v->undoPicture);
-  if (gSettings.viewUseUndo)
-    v->undoPicture = v->picture;
-  else
-    FreePicture(&v->picture);
-  v->picture = result;
-  v->modified = true;
-  ViewPictureChanged(v);
+  ApplyViewOperation(v, [v](ImageRecord* src, ImageRecord* dst) {
+    return process::cropPicture(src, dst, v->selectionX, v->selectionY, v->selectionWidth,
+                                v->selectionHeight);
+  });
 }
 
 // The window takes the size that shows the whole scaled picture (within the
@@ -454,22 +443,10 @@ void recentFileCB(Widget, int number) {
 // before it the undo picture.
 // Applies an Image-menu conversion (item 1..32) with undo.
 void applyConversion(ViewWindow* v, int number) {
-  if (!v || !v->picture.pixels) return;
-  ImageRecord result;
-  std::memset(&result, 0, sizeof result);
-  if (process::convertByItem(&v->picture, &result, number) != 0) {
-    ShowMessage(v->shell, "Error", "Not enough memory", true);
-    return;
-  }
-  FreePicture(&v->undoPicture);
-  if (gSettings.viewUseUndo)
-    v->undoPicture = v->picture;
-  else
-    FreePicture(&v->picture);
-  v->picture = result;
-  v->modified = true;
-  TestLog("converted %d", number);
-  ViewPictureChanged(v);
+  if (ApplyViewOperation(v, [number](ImageRecord* src, ImageRecord* dst) {
+        return process::convertByItem(src, dst, number);
+      }))
+    TestLog("converted %d", number);
 }
 
 void convertCB(Widget w, int number) { applyConversion(ViewOfWidget(w), number); }

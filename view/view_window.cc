@@ -26,6 +26,7 @@
 #include "widgets/conversion_dialog.h"
 #include "widgets/message_box.h"
 #include "widgets/picture_load.h"
+#include "widgets/progress_dialog.h"
 #include "widgets/status_bar.h"
 
 namespace {
@@ -683,4 +684,27 @@ void ShowPage(ViewWindow* v, int pictureIndex) {
   if (count > 0) v->pictureCount = count;
   v->modified = false;
   ViewPictureChanged(v);
+}
+
+bool ApplyViewOperation(ViewWindow* v,
+                        const std::function<int(ImageRecord* source, ImageRecord* result)>& op) {
+  if (!v || !v->picture.pixels) return false;
+  ImageRecord result;
+  std::memset(&result, 0, sizeof result);
+  SetBusyCursor(v->shell, true);
+  const int failed = op(&v->picture, &result);
+  SetBusyCursor(v->shell, false);
+  if (failed) {
+    ShowMessage(v->shell, "Error", "Not enough memory", true);
+    return false;
+  }
+  FreePicture(&v->undoPicture);
+  if (gSettings.viewUseUndo)
+    v->undoPicture = v->picture;
+  else
+    FreePicture(&v->picture);
+  v->picture = result;
+  v->modified = true;
+  ViewPictureChanged(v);
+  return true;
 }

@@ -6,6 +6,7 @@
 #include <X11/Intrinsic.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -91,5 +92,13 @@ void ShowListFile(ViewWindow* view, int position);
 void ShowPage(ViewWindow* view, int pictureIndex);
 // After the picture was replaced: colours, scaling, redraw, information line.
 void ViewPictureChanged(ViewWindow* view);
+
+// Runs a picture operation (current picture to a new one) under the busy
+// cursor. On success the new picture becomes current, the old one the undo
+// picture (dropped when the UseUndo setting is off), the window is marked
+// modified and redrawn; a failure shows "Not enough memory" and changes
+// nothing. Returns whether the picture was replaced.
+bool ApplyViewOperation(ViewWindow* view,
+                        const std::function<int(ImageRecord* source, ImageRecord* result)>& op);
 // Closes a view, asking first when its picture has unsaved changes.
 void CloseView(ViewWindow* view);
