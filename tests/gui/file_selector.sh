@@ -128,6 +128,7 @@ type_in copy
 press Return
 wait_for "$OUT" "^TEST saved $WORK/pics/copy.png 0\$"
 expect "saved picture" "$(identify -format '%m %wx%h' "$WORK/pics/copy.png")" "PNG 256x256"
+expect "saved pixels" "$(differing "$WORK/pics/copy.png" "$WORK/pics/wheel.png")" 0
 
 # Saving over an existing file asks first; No leaves it as it was.
 echo "keep me" >"$WORK/pics/keep.png"

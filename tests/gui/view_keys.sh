@@ -95,11 +95,30 @@ while read -r key word kind; do
     options) before=$(count 'optionsDialog 0x') ;;
     message) before=$(count 'message ') ;;
   esac
+  [ "$word" = fullScreen ] && [ -z "${full_on:-}" ] &&
+    before_full=$(xwininfo -id "$VIEW" | awk '/Width:/ {w=$2} /Height:/ {h=$2} END {print w "x" h}')
   keys "$key"
   wait_count "$OUT" '^TEST command ' $((n + 1))
   expect "$key" "$(grep '^TEST command ' "$OUT" | tail -1 | cut -d' ' -f3)" "$word"
   [ "$kind" = - ] || dismiss "$kind" $((before + 1))
   opened[$word]=1
+  # Full screen covers the screen; the second press gives the old size back.
+  if [ "$word" = fullScreen ]; then
+    size_is() {
+      local i
+      for i in $(seq 100); do
+        [ "$(xwininfo -id "$VIEW" | awk '/Width:/ {w=$2} /Height:/ {h=$2} END {print w "x" h}')" = "$1" ] && return 0
+        sleep 0.05
+      done
+      fail "window size: wanted $1"
+    }
+    if [ -z "${full_on:-}" ]; then
+      full_on=1
+      size_is "$(xwininfo -root | awk '/Width:/ {w=$2} /Height:/ {h=$2} END {print w "x" h}')"
+    else
+      size_is "$before_full"
+    fi
+  fi
   # The pages of pages.tif: the title names the page shown.
   case $word in
     pageLast) title_is "VIMORA v1.12 - Page 3/3" ;;
