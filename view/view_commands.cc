@@ -24,6 +24,7 @@
 #include "process/conversion_items.h"
 #include "process/geometry.h"
 #include "tools/hex_dump.h"
+#include "tools/slide_file.h"
 #include "view/process_menu.h"
 #include "view/view_window.h"
 #include "widgets/conversion_dialog.h"
@@ -433,14 +434,30 @@ void menuCallbackCB(Widget w, XtPointer data, XtPointer) {
   item->callback(w, item->number);
 }
 
+// "Open All...": the pictures of a chosen folder in one window that steps
+// through them.
+void openAllCB(Widget w, int) {
+  ViewWindow* v = ViewOfWidget(w);
+  FileSelectorRequest request;
+  request.title = "Select Directory ...";
+  request.mode = FileSelectorMode::kDirectory;
+  const FileSelectorResult chosen = RunFileSelector(v ? v->shell : nullptr, request);
+  if (!chosen.accepted || chosen.paths.empty()) return;
+  const std::vector<std::string> files = tools::PicturesInFolder(chosen.paths.front());
+  if (files.empty()) {
+    ShowMessage(v ? v->shell : nullptr, "Open All",
+                ("No picture in \n<" + chosen.paths.front() + ">").c_str());
+    return;
+  }
+  CreateListViewWindow(files);
+}
+
 void recentFileCB(Widget, int number) {
   if (number < 1 || number > kRecentFiles) return;
   const char* path = gSettings.fileName[number - 1];
   if (path[0]) CreateViewWindow(path, -1);
 }
 
-// An Image-menu conversion: the result becomes the picture, the picture
-// before it the undo picture.
 // Applies an Image-menu conversion (item 1..32) with undo.
 void applyConversion(ViewWindow* v, int number) {
   if (ApplyViewOperation(v, [number](ImageRecord* src, ImageRecord* dst) {
@@ -653,7 +670,7 @@ using K = MenuItemKind;
 
 const MenuItem kFileItems[] = {
     {"Open...", "Open", K::kPush, "open", "Ctrl+O", 'O'},
-    {"Open All...", "OpenAll", K::kPush, nullptr, nullptr, 'A'},
+    {"Open All...", "OpenAll", K::kPush, nullptr, nullptr, 'A', nullptr, openAllCB, 0},
     {"View in hexa...", "ViewHexa", K::kPush, "viewHexa", "Ctrl+H", 'h'},
     {"Browse...", "Browse", K::kPush, "browseFiles", "Ctrl+B", 'B'},
     {"Reopen", "Reopen", K::kPush, "reopenFiles", "Ctrl+R", 'R'},

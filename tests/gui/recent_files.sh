@@ -11,10 +11,23 @@ view_windows
 keys F10 Down
 wait_for "$OUT" '^TEST menu MenuFile$'
 expect "recent items in the menu" "$(last_test recent)" 9
-xdotool key --delay 20 q  # "Quit", by its mnemonic
+# "Open All...": the pictures of a folder in one window stepping through them.
+xdotool key --delay 20 a
+wait_for "$OUT" '^TEST fileselector 0x[0-9a-f]+ Select Directory \.\.\.$'
+S=$(grep '^TEST fileselector 0x' "$OUT" | tail -1 | cut -d' ' -f3)
+echo "no picture" >"$WORK/notes.txt"
+xdotool windowfocus --sync "$S" type --delay 5 "$WORK"
+xdotool windowfocus --sync "$S" key Return
+wait_count "$OUT" '^TEST view ' 12
+view_windows
+expect "first of the folder" "$(grep '^TEST load ' "$OUT" | tail -1)" "TEST load $WORK/a.pgm 0"
+keys End
+wait_for "$OUT" "^TEST load $WORK/k.pgm 0\$"
+keys ctrl+q
 wait_exit
 expect "exit status" "$STATUS" 0
-# The last opened first; the two opened first fell off.
-expected=$(i=0; for n in k j i h g f e d c; do echo "FileName_$i = $WORK/$n.pgm"; i=$((i + 1)); done)
+# The last shown first (k.pgm, shown last in the folder's window, then
+# a.pgm, shown first there); the two opened first on the command line fell off.
+expected=$(i=0; for n in k a j i h g f e d; do echo "FileName_$i = $WORK/$n.pgm"; i=$((i + 1)); done)
 expect "recent files kept" "$(grep '^FileName_' "$HOME/.vimorarc")" "$expected"
 echo PASS
