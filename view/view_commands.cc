@@ -8,6 +8,7 @@
 #include <Xm/SeparatoG.h>
 #include <Xm/ToggleB.h>
 #include <Xm/Xm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include <cstring>
 
 #include "core/app.h"
+#include "core/messages.h"
 #include "core/picture_io.h"
 #include "core/save.h"
 #include "core/settings.h"
@@ -468,6 +470,27 @@ void applyConversion(ViewWindow* v, int number) {
 
 void convertCB(Widget w, int number) { applyConversion(ViewOfWidget(w), number); }
 
+// "Properties...": what is known of the shown file and picture.
+void propertiesCB(Widget w, int) {
+  ViewWindow* v = ViewOfWidget(w);
+  if (!v) return;
+  FileInfo info;
+  std::memset(&info, 0, sizeof info);
+  const bool known = imkFileInformation(v->path, -1, 0, &info) == 0;
+  struct stat st {};
+  const bool exists = stat(v->path, &st) == 0;
+  const DepthLabel depth = ImageDepthLabel(v->picture);
+  char text[2600];  // the path (1024) and the format name (512) with room to spare
+  std::snprintf(text, sizeof text,
+                "File: %s\nFormat: %s\nFile size: %lld bytes\nPicture %d of %d\n"
+                "Width: %d  Height: %d\nDepth: %d (%s)\nModified: %s",
+                v->path, known ? info.formatName : "unknown",
+                exists ? static_cast<long long>(st.st_size) : 0LL, v->pictureIndex + 1,
+                std::max(v->pictureCount, 1), v->picture.width, v->picture.height, depth.depth,
+                depth.text.c_str(), v->modified ? "Yes" : "No");
+  ShowMessage(v->shell, "Properties", text);
+}
+
 void aboutCB(Widget w, int) {
   ShowMessage(w, "About", "VIMORA v1.12\nPicture viewer, browser and converter for X11");
 }
@@ -645,7 +668,9 @@ void updateImage(Widget pulldown, ViewWindow* v) {
     std::snprintf(name, sizeof name, "*Convert%d", i);
     setSensitive(pulldown, name, offered[static_cast<size_t>(i)]);
   }
-  TestLog("conversions %d", static_cast<int>(std::count(offered.begin(), offered.end(), true)));
+  TestLog("image undo %d crop %d conversions %d", v && v->undoPicture.pixels ? 1 : 0,
+          v && v->selectionPresent ? 1 : 0,
+          static_cast<int>(std::count(offered.begin(), offered.end(), true)));
 }
 
 void setToggle(Widget pulldown, const char* name, bool on) {
@@ -784,6 +809,7 @@ const MenuItem kViewItems[] = {
 };
 
 const MenuItem kInfoItems[] = {
+    {"Properties...", "Properties", K::kPush, nullptr, nullptr, 'P', nullptr, propertiesCB, 0},
     {"About...", "About", K::kPush, nullptr, nullptr, 'A', nullptr, aboutCB, 0},
 };
 

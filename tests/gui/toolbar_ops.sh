@@ -24,13 +24,23 @@ image_menu() {  # opens and closes the Image menu; prints the conversions offere
   m=$(grep -c '^TEST menu MenuImage$' "$OUT")
   keys F10 Right Down
   wait_count "$OUT" '^TEST menu MenuImage$' $((m + 1))
-  last_test conversions
+  last_test image
   xdotool key --delay 20 Escape
 }
-expect "conversions for a grey picture" "$(image_menu)" 32
+# (undo holds the rotated picture since the undo above)
+expect "Image menu for a grey picture" "$(image_menu)" "undo 1 crop 0 conversions 32"
 press 24  # to true colour
 expect "true colour" "$(last_test info | cut -d/ -f1)" "Width: 40  Height: 20  Depth: 24  (True Colors) "
-expect "conversions for a true-colour picture" "$(image_menu)" 31
+expect "Image menu for a true-colour picture" "$(image_menu)" "undo 1 crop 0 conversions 31"
+# Info, Properties: what is known of the file and the picture.
+keys F10 Left Down
+wait_for "$OUT" '^TEST menu MenuInfo$'
+xdotool key --delay 20 p
+wait_for "$OUT" "^TEST message File: $WORK/grey.pgm\$"
+expect "properties" "$(sed -n '/^TEST message File: /,/^Modified/p' "$OUT" | tail -n +2 | tr '\n' '|')" \
+  "Format: PGM|File size: $(stat -c %s "$WORK/grey.pgm") bytes|Picture 1 of 1|Width: 40  Height: 20|Depth: 24 (True Colors)|Modified: Yes|"
+shot properties "$(xdotool search --onlyvisible --name '^Properties$' | head -1)"
+xdotool windowfocus --sync "$(xdotool search --onlyvisible --name '^Properties$' | head -1)" key Return
 # Now the button is off: a click changes nothing.
 n=$(grep -c '^TEST converted ' "$OUT")
 xdotool mousemove --window "$(button 24)" 6 6 click 1

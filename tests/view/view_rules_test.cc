@@ -2,9 +2,11 @@
 // integrity of the command, key, tool-bar and menu tables.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "view/view_commands.h"
 #include "view/view_window.h"
@@ -88,6 +90,25 @@ TEST(ViewCommands, WordsInTheirOrder) {
   for (int i = 0; i < kViewCommandCount; ++i) EXPECT_STREQ(kViewCommands[i].word, expected[i]);
   EXPECT_EQ(FindViewCommand("Open"), nullptr);  // case-sensitive
   EXPECT_EQ(FindViewCommand("zoom"), nullptr);
+}
+
+// The action prints "TEST command <word>" for every command it runs.
+const bool kTestLines = (setenv("VIMORA_TEST", "1", 1), true);
+
+std::string commandsRun(std::vector<const char*> params) {
+  Cardinal count = static_cast<Cardinal>(params.size());
+  testing::internal::CaptureStdout();
+  ViewDoCommand(nullptr, nullptr, const_cast<String*>(params.data()), &count);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(ViewCommands, TheActionRunsOnlyOneKnownWord) {
+  ASSERT_TRUE(kTestLines);
+  EXPECT_EQ(commandsRun({"zoom+"}), "TEST command zoom+\n");
+  EXPECT_EQ(commandsRun({"zoom+", "zoom-"}), "");  // two parameters
+  EXPECT_EQ(commandsRun({}), "");
+  EXPECT_EQ(commandsRun({"Open"}), "");  // words are compared exactly
+  EXPECT_EQ(commandsRun({"zoom"}), "");
 }
 
 TEST(ViewCommands, TheCommandsOfThisWindowAreImplemented) {
