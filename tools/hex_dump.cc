@@ -153,6 +153,7 @@ void horizontalCB(Widget, XtPointer data, XtPointer call) {
   d->leftColumn = value;
   Widget area = child(d, "*drawingArea");
   if (XtIsRealized(area)) XClearArea(XtDisplay(area), XtWindow(area), 0, 0, 0, 0, True);
+  TestLog("dump left %d", d->leftColumn);
 }
 
 void okCB(Widget, XtPointer data, XtPointer) {
@@ -251,6 +252,7 @@ HexDump* OpenHexDump(const char* path) {
   d->gc = XCreateGC(XtDisplay(area), XtWindow(area), mask, &values);
   setScrollBars(d);
   XtPopup(d->shell, XtGrabNone);
-  TestLog("dump %#lx %#lx %d %d", XtWindow(d->shell), XtWindow(area), d->lineCount, lineStep(d));
+  TestLog("dump %#lx %#lx %d %d %d", XtWindow(d->shell), XtWindow(area), d->lineCount, lineStep(d),
+          d->charWidth);
   return d;
 }

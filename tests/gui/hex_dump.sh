@@ -13,7 +13,7 @@ printf 'Vimora dump test, line one.\n' >"$WORK/notes.txt"
 start "$WORK/notes.txt"
 wait_for "$OUT" '^TEST dump 0x'
 wait_for "$OUT" '^TEST dump drawn'
-read -r SHELL_W AREA_W LINES STEP <<<"$(dump_line)"
+read -r SHELL_W AREA_W LINES STEP CHAR <<<"$(dump_line)"
 expect "lines of a 28-byte file" "$LINES" 2
 expect "title" "$(xprop -id "$SHELL_W" WM_NAME | cut -d'"' -f2)" "Dump: $WORK/notes.txt"
 shot text "$SHELL_W"
@@ -34,7 +34,7 @@ D=$(grep '^TEST fileselector 0x' "$OUT" | tail -1 | cut -d' ' -f3)
 xdotool windowfocus --sync "$D" key Return
 wait_for "$OUT" '^TEST dump 0x'
 wait_for "$OUT" '^TEST dump drawn'
-read -r SHELL_W AREA_W LINES STEP <<<"$(dump_line)"
+read -r SHELL_W AREA_W LINES STEP CHAR <<<"$(dump_line)"
 size=$(stat -c %s "$SAMPLES/wheel.png")
 expect "lines of wheel.png" "$LINES" $(( (size + 15) / 16 ))
 shot picture "$SHELL_W"
@@ -49,4 +49,18 @@ capture "$AREA_W" "$WORK/after.png"
 $IM "$WORK/after.png" -crop "${aw}x$((ah - 2 * STEP))+0+0" +repage "$WORK/a.png"
 $IM "$WORK/before.png" -crop "${aw}x$((ah - 2 * STEP))+0+${STEP}" +repage "$WORK/b.png"
 expect "text moved up one line" "$(differing "$WORK/a.png" "$WORK/b.png")" 0
+
+# Narrower than a line: the horizontal bar moves the text by whole
+# characters (its right arrow sits below the drawing area's right end).
+xdotool windowsize "$SHELL_W" 400 300
+sleep 0.3
+read -r ax ay aw ah < <(xwininfo -id "$AREA_W" | awk '/Absolute upper-left X/ {x=$4} /Absolute upper-left Y/ {y=$4} /Width:/ {w=$2} /Height:/ {h=$2} END {print x, y, w, h}')
+capture "$AREA_W" "$WORK/before.png"
+xdotool mousemove $((ax + aw - 8)) $((ay + ah + 9)) click 1
+wait_for "$OUT" '^TEST dump left 1$'
+sleep 0.2
+capture "$AREA_W" "$WORK/after.png"
+$IM "$WORK/after.png" -crop "$((aw - 2 * CHAR))x${ah}+0+0" +repage "$WORK/a.png"
+$IM "$WORK/before.png" -crop "$((aw - 2 * CHAR))x${ah}+${CHAR}+0" +repage "$WORK/b.png"
+expect "text moved left one character" "$(differing "$WORK/a.png" "$WORK/b.png")" 0
 echo PASS
