@@ -687,9 +687,9 @@ FileSelectorResult RunFileSelector(Widget parent, const FileSelectorRequest& req
   Selector* s = new Selector;
   s->request = request;
   const bool save = request.mode == FileSelectorMode::kSave;
-  s->rows = save                    ? BuildFormatList(kFormatListWritable)
-            : request.formatOptions ? BuildFormatList(request.formatOptions)
-                                    : request.filters;
+  s->rows = save && request.filters.empty() ? BuildFormatList(kFormatListWritable)
+            : request.formatOptions         ? BuildFormatList(request.formatOptions)
+                                            : request.filters;
   s->preview = gSettings.loadPreview;
 
   // Where to start, and the name shown at first.

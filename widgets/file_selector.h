@@ -24,7 +24,7 @@ struct FileSelectorRequest {
   FileSelectorMode mode = FileSelectorMode::kOpenOne;
   // Option bits of BuildFormatList for the filter rows; with none, `filters`
   // gives them (e.g. {"Slide Files (*.sld)", "sld;", -1}). Save mode offers
-  // the writable formats whatever these say.
+  // the writable formats, unless `filters` names other rows (a script file).
   unsigned formatOptions = 0;
   std::vector<FormatListRow> filters;
   // Where to start; empty: PathLoad (PathSave when saving), else the
