@@ -196,6 +196,13 @@ void editCB(Widget w, XtPointer data, XtPointer) {
   if (editStep(w, &step)) refresh(e, pos);
 }
 
+void pickCB(Widget, XtPointer, XtPointer call) {
+  const auto* cb = static_cast<XmListCallbackStruct*>(call);
+  const auto& ops = process::advancedOps();
+  if (cb->item_position >= 1 && cb->item_position <= static_cast<int>(ops.size()))
+    TestLog("advancedOps pick %s", ops[static_cast<size_t>(cb->item_position - 1)].word);
+}
+
 void okCB(Widget, XtPointer data, XtPointer) { static_cast<OpsEditor*>(data)->answer = 1; }
 void cancelCB(Widget, XtPointer data, XtPointer) { static_cast<OpsEditor*>(data)->answer = 0; }
 
@@ -269,13 +276,22 @@ bool EditAdvancedOperations(Widget parent, std::vector<AdvancedStep>* steps) {
     labels.push_back(std::string(op.word) + "  " + op.label);
   setItems(e.vocabulary, labels);
   XtAddCallback(e.vocabulary, XmNdefaultActionCallback, addCB, &e);
+  XtAddCallback(e.vocabulary, XmNbrowseSelectionCallback, pickCB, &e);
   XtAddCallback(e.chosen, XmNdefaultActionCallback, editCB, &e);
   refresh(&e, 0);
 
   XtVaSetValues(form, XmNdefaultButton, row.ok, XmNcancelButton, row.cancel, XmNinitialFocus,
                 e.vocabulary, nullptr);
   XtManageChild(form);
+  XmUpdateDisplay(e.shell);
   TestLog("advancedOps 0x%lx", XtWindow(e.shell));
+  if (TestMode()) {
+    for (const ButtonRow& b : buttons)
+      TestLog("advancedOps widget %s 0x%lx", b.name, XtWindow(XtNameToWidget(column, b.name)));
+    TestLog("advancedOps widget buttonOK 0x%lx", XtWindow(row.ok));
+    TestLog("advancedOps widget listVocabulary 0x%lx", XtWindow(e.vocabulary));
+    TestLog("advancedOps widget scrolledList 0x%lx", XtWindow(e.chosen));
+  }
   while (e.answer < 0) XtAppProcessEvent(appContext, XtIMAll);
   XtRemoveCallback(e.shell, XmNpopdownCallback, cancelCB, &e);
   if (e.answer == 1) *steps = e.steps;

@@ -418,12 +418,12 @@ void row(Layout* l, const char* labelName, const char* text, Widget control,
   XmStringFree(s);
   placeBelow(l, control);
   XtVaSetValues(lab, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, control,
-                XmNbottomAttachment, XmATTACH_OPPOSITE_WIDGET, XmNbottomWidget, control, nullptr);
+                XmNtopOffset, 4, nullptr);
   XtVaSetValues(control, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, lab, XmNleftOffset, 6,
                 nullptr);
   if (right) {
-    XtVaSetValues(right, XmNrightAttachment, XmATTACH_FORM, XmNtopAttachment,
-                  XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, control, nullptr);
+    placeBelow(l, right);
+    XtVaSetValues(right, XmNrightAttachment, XmATTACH_FORM, nullptr);
     XtVaSetValues(control, XmNrightAttachment, XmATTACH_WIDGET, XmNrightWidget, right,
                   XmNrightOffset, 4, nullptr);
   } else {
@@ -448,8 +448,10 @@ void directoryRow(Layout* l, BatchDialog* d, const char* name, const char* brows
       browse);
 }
 
-Widget formatCombo(Layout* l, const char* name, const std::vector<FormatListRow>& rows,
-                   std::vector<int16_t>* table) {
+void formatChosenCB(Widget w, XtPointer data, XtPointer call);
+
+Widget formatCombo(Layout* l, BatchDialog* d, const char* name,
+                   const std::vector<FormatListRow>& rows, std::vector<int16_t>* table) {
   Arg args[1];
   XtSetArg(args[0], const_cast<char*>("editable"), False);
   Widget combo = MyComboBoxCreate(l->form, name, args, 1);
@@ -457,6 +459,7 @@ Widget formatCombo(Layout* l, const char* name, const std::vector<FormatListRow>
     MyComboBoxAddItem(combo, r.label.c_str(), -1);
     table->push_back(r.index);
   }
+  XtAddCallback(combo, XmNselectionCallback, formatChosenCB, d);
   XtManageChild(combo);
   return combo;
 }
@@ -484,6 +487,36 @@ Widget toggle(Layout* l, const char* name, const char* text, bool set, Widget le
   return w;
 }
 
+// The windows of the controls, for a test that clicks them.
+void logWindows(Widget shell) {
+  if (!TestMode()) return;
+  static const char* const names[] = {"*buttonAdd",       "*buttonAddFolder", "*buttonRemove",
+                                      "*buttonRemoveAll", "*fncvInputDir",    "*fncvInputFile",
+                                      "*fncvInputStart",  "*fncvInputEnd",    "*fncvInputStep",
+                                      "*fncvOutputDir",   "*fncvOutputFile",  "*fncvOutputList",
+                                      "*fncvInputList",   "*fncvDelete",      "*fncvError",
+                                      "*fncvOp",          "*fncvOptions",     "*fncvSaveBatch",
+                                      "*buttonGo",        "*buttonCancel",    "*fncvInputFilename"};
+  for (const char* name : names)
+    if (Widget w = XtNameToWidget(shell, name)) {
+      // A combo box is typed into through its text field.
+      if (XtIsSubclass(w, myComboBoxWidgetClass)) w = MyComboBoxGetTextField(w);
+      TestLog("batch widget %s 0x%lx", name + 1, XtWindow(w));
+    }
+}
+
+void formatChosenCB(Widget w, XtPointer data, XtPointer call) {
+  auto* d = static_cast<BatchDialog*>(data);
+  const auto* cb = static_cast<MyComboBoxCallbackStruct*>(call);
+  const bool input = std::string(XtName(w)) == "fncvInputList";
+  const std::vector<int16_t>& table = input ? d->inFormats : d->outFormats;
+  const int16_t index = cb->position >= 0 && cb->position < static_cast<int>(table.size())
+                            ? table[static_cast<size_t>(cb->position)]
+                            : -1;
+  TestLog("batch format %s %d %s", XtName(w), cb->position,
+          index < 0 ? "-" : shortName(index).c_str());
+}
+
 Widget shellOf(Widget w) {
   while (w && !XtIsShell(w)) w = XtParent(w);
   return w;
@@ -491,6 +524,7 @@ Widget shellOf(Widget w) {
 
 BatchDialog* createDialog(Widget parent, bool sequence) {
   auto* d = new BatchDialog;
+  static const int dbg = getenv("VIMORA_DBG") ? atoi(getenv("VIMORA_DBG")) : 0;
   d->sequence = sequence;
   Widget owner = shellOf(parent ? parent : topLevel);
   Screen* screen = XtScreen(owner);
@@ -510,11 +544,11 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
                                  XmNmarginWidth, 10, XmNmarginHeight, 10, nullptr);
   Layout l{form};
 
-  if (sequence) {
+  if (dbg & 2) {} else if (sequence) {
     directoryRow(&l, d, "fncvInputDir", "buttonInputDir", "Input Directory:");
     row(&l, "labelInputFile", "FileName:", textField(&l, "fncvInputFile"));
     Widget in =
-        formatCombo(&l, "fncvInputList",
+        formatCombo(&l, d, "fncvInputList",
                     BuildFormatList(kFormatListAutomatic | kFormatListReadable), &d->inFormats);
     row(&l, "labelInputFormat", "Format:", in);
     MyComboBoxSelectPos(in, 0, false);
@@ -566,19 +600,21 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
     Widget list = XmCreateScrolledList(form, const_cast<char*>("fncvInputFilename"), largs, 3);
     XtVaSetValues(XtParent(list), XmNleftAttachment, XmATTACH_FORM, XmNrightAttachment,
                   XmATTACH_WIDGET, XmNrightWidget, prev, XmNrightOffset, 8, XmNtopAttachment,
-                  XmATTACH_WIDGET, XmNtopWidget, title, XmNtopOffset, 6, XmNwidth, 380, nullptr);
+                  XmATTACH_WIDGET, XmNtopWidget, title, XmNtopOffset, 6, nullptr);
     XtManageChild(list);
     l.above = XtParent(list);
   }
 
   Widget outTitle = label(&l, "labelOutput", "Output");
   l.above = outTitle;
-  directoryRow(&l, d, "fncvOutputDir", "buttonOutputDir", "Directory:");
+  if (!(dbg&4)) directoryRow(&l, d, "fncvOutputDir", "buttonOutputDir", "Directory:");
   if (sequence) row(&l, "labelOutputFile", "FileName:", textField(&l, "fncvOutputFile"));
+  if (!(dbg & 1)) {
   Widget out =
-      formatCombo(&l, "fncvOutputList", BuildFormatList(kFormatListWritable), &d->outFormats);
+      formatCombo(&l, d, "fncvOutputList", BuildFormatList(kFormatListWritable), &d->outFormats);
   row(&l, "labelOutputFormat", "Format:", out);
   MyComboBoxSelectPos(out, positionOf(d->outFormats, "png"), false);
+  }
 
   Widget del = toggle(&l, "fncvDelete", "Delete Original", false);
   toggle(&l, "fncvError", "Suppress read errors", gSettings.convertHideError, del);
@@ -601,8 +637,7 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
   l.above = sep;
   Widget cancel = button(form, "buttonCancel", "Cancel", cancelCB, d, 90);
   placeBelow(&l, cancel, 8);
-  XtVaSetValues(cancel, XmNrightAttachment, XmATTACH_FORM, XmNbottomAttachment, XmATTACH_FORM,
-                nullptr);
+  XtVaSetValues(cancel, XmNrightAttachment, XmATTACH_FORM, nullptr);
   Widget go = button(form, "buttonGo", "Go", goCB, d, 90);
   XtVaSetValues(go, XmNrightAttachment, XmATTACH_WIDGET, XmNrightWidget, cancel, XmNrightOffset, 8,
                 XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, cancel, XmNshowAsDefault,
@@ -610,7 +645,9 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
 
   XtVaSetValues(form, XmNdefaultButton, go, XmNcancelButton, cancel, nullptr);
   XtManageChild(form);
+  XmUpdateDisplay(d->shell);
   TestLog("batch dialog %s 0x%lx", sequence ? "sequence" : "multi", XtWindow(d->shell));
+  logWindows(d->shell);
   return d;
 }
 
