@@ -255,7 +255,7 @@ bool EditAdvancedOperations(Widget parent, std::vector<AdvancedStep>* steps) {
     Arg args[3];
     XtSetArg(args[0], XmNvisibleItemCount, 12);
     XtSetArg(args[1], XmNselectionPolicy, XmBROWSE_SELECT);
-    XtSetArg(args[2], XmNwidth, 200);
+    XtSetArg(args[2], XmNwidth, 250);
     Widget list = XmCreateScrolledList(form, const_cast<char*>(name), args, 3);
     XtVaSetValues(XtParent(list), XmNtopAttachment, XmATTACH_WIDGET, XmNtopWidget, label,
                   XmNbottomAttachment, XmATTACH_WIDGET, XmNbottomWidget, row.separator,

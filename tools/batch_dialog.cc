@@ -417,8 +417,7 @@ void row(Layout* l, const char* labelName, const char* text, Widget control,
       XmNwidth, kLabelWidth, XmNrecomputeSize, False, XmNleftAttachment, XmATTACH_FORM, nullptr);
   XmStringFree(s);
   placeBelow(l, control);
-  XtVaSetValues(lab, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, control,
-                XmNtopOffset, 4, nullptr);
+  placeBelow(l, lab, 10);
   XtVaSetValues(control, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, lab, XmNleftOffset, 6,
                 nullptr);
   if (right) {
@@ -524,7 +523,6 @@ Widget shellOf(Widget w) {
 
 BatchDialog* createDialog(Widget parent, bool sequence) {
   auto* d = new BatchDialog;
-  static const int dbg = getenv("VIMORA_DBG") ? atoi(getenv("VIMORA_DBG")) : 0;
   d->sequence = sequence;
   Widget owner = shellOf(parent ? parent : topLevel);
   Screen* screen = XtScreen(owner);
@@ -544,7 +542,7 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
                                  XmNmarginWidth, 10, XmNmarginHeight, 10, nullptr);
   Layout l{form};
 
-  if (dbg & 2) {} else if (sequence) {
+  if (sequence) {
     directoryRow(&l, d, "fncvInputDir", "buttonInputDir", "Input Directory:");
     row(&l, "labelInputFile", "FileName:", textField(&l, "fncvInputFile"));
     Widget in =
@@ -552,24 +550,38 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
                     BuildFormatList(kFormatListAutomatic | kFormatListReadable), &d->inFormats);
     row(&l, "labelInputFormat", "Format:", in);
     MyComboBoxSelectPos(in, 0, false);
-    Widget start = textField(&l, "fncvInputStart", 6);
-    XmTextFieldSetString(start, const_cast<char*>("0"));
-    row(&l, "labelInputStart", "Start:", start);
-    XtVaSetValues(start, XmNrightAttachment, XmATTACH_NONE, nullptr);
-    Widget endLabel = label(&l, "labelInputEnd", "End:", start);
-    XtVaSetValues(endLabel, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, start,
-                  XmNbottomAttachment, XmATTACH_OPPOSITE_WIDGET, XmNbottomWidget, start, nullptr);
-    Widget end = textField(&l, "fncvInputEnd", 6);
-    XmTextFieldSetString(end, const_cast<char*>("0"));
-    XtVaSetValues(end, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, endLabel, XmNleftOffset,
-                  6, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, start, nullptr);
-    Widget stepLabel = label(&l, "labelInputStep", "Step:", end);
-    XtVaSetValues(stepLabel, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, start,
-                  XmNbottomAttachment, XmATTACH_OPPOSITE_WIDGET, XmNbottomWidget, start, nullptr);
-    Widget step = textField(&l, "fncvInputStep", 6);
-    XmTextFieldSetString(step, const_cast<char*>("1"));
-    XtVaSetValues(step, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, stepLabel, XmNleftOffset,
-                  6, XmNtopAttachment, XmATTACH_OPPOSITE_WIDGET, XmNtopWidget, start, nullptr);
+    // Start, End and Step side by side, each hanging from the row above.
+    static const struct {
+      const char* labelName;
+      const char* text;
+      const char* name;
+      const char* value;
+    } numbers[] = {{"labelInputStart", "Start:", "fncvInputStart", "0"},
+                   {"labelInputEnd", "End:", "fncvInputEnd", "0"},
+                   {"labelInputStep", "Step:", "fncvInputStep", "1"}};
+    Widget left = nullptr, first = nullptr;
+    for (const auto& number : numbers) {
+      XmString text = XmStringCreateLocalized(const_cast<char*>(number.text));
+      Widget lab =
+          XtVaCreateManagedWidget(number.labelName, xmLabelWidgetClass, form, XmNlabelString, text,
+                                  XmNalignment, XmALIGNMENT_END, nullptr);
+      XmStringFree(text);
+      if (left)
+        XtVaSetValues(lab, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, left, XmNleftOffset,
+                      16, nullptr);
+      else
+        XtVaSetValues(lab, XmNleftAttachment, XmATTACH_FORM, XmNwidth, kLabelWidth,
+                      XmNrecomputeSize, False, nullptr);
+      placeBelow(&l, lab, 10);
+      Widget field = textField(&l, number.name, 6);
+      XmTextFieldSetString(field, const_cast<char*>(number.value));
+      XtVaSetValues(field, XmNleftAttachment, XmATTACH_WIDGET, XmNleftWidget, lab, XmNleftOffset, 6,
+                    nullptr);
+      placeBelow(&l, field);
+      left = field;
+      if (!first) first = field;
+    }
+    l.above = first;
     Widget hint =
         label(&l, "labelHint", "Use '#' in FileName to indicate where the number appears.");
     XtVaSetValues(hint, XmNleftOffset, kLabelWidth + 6, nullptr);
@@ -607,14 +619,12 @@ BatchDialog* createDialog(Widget parent, bool sequence) {
 
   Widget outTitle = label(&l, "labelOutput", "Output");
   l.above = outTitle;
-  if (!(dbg&4)) directoryRow(&l, d, "fncvOutputDir", "buttonOutputDir", "Directory:");
+  directoryRow(&l, d, "fncvOutputDir", "buttonOutputDir", "Directory:");
   if (sequence) row(&l, "labelOutputFile", "FileName:", textField(&l, "fncvOutputFile"));
-  if (!(dbg & 1)) {
   Widget out =
       formatCombo(&l, d, "fncvOutputList", BuildFormatList(kFormatListWritable), &d->outFormats);
   row(&l, "labelOutputFormat", "Format:", out);
   MyComboBoxSelectPos(out, positionOf(d->outFormats, "png"), false);
-  }
 
   Widget del = toggle(&l, "fncvDelete", "Delete Original", false);
   toggle(&l, "fncvError", "Suppress read errors", gSettings.convertHideError, del);
