@@ -19,6 +19,8 @@
 #include "tools/batch_script.h"
 #include "widgets/dialog_buttons.h"
 #include "widgets/message_box.h"
+#include "widgets/param_dialog.h"
+#include "widgets/param_table.h"
 
 namespace {
 
@@ -187,13 +189,53 @@ bool editStep(Widget parent, AdvancedStep* step) {
   return accepted;
 }
 
+// The processing dialog of the same operation, when one exists and its
+// values are the step's parameters one for one: plain numbers or choices
+// (lengths given in percent of a picture have no picture to refer to here).
+const params::ParamDialog* matchingDialog(const process::AdvancedOp& op) {
+  for (int i = 0; i < op.paramCount; ++i) {
+    const process::ParamKind kind = op.params[i].kind;
+    if (kind != process::ParamKind::kNumber && kind != process::ParamKind::kChoice) return nullptr;
+  }
+  for (const params::ParamDialog& dialog : params::paramDialogs()) {
+    if (!dialog.word || std::string(dialog.word) != op.word) continue;
+    if (static_cast<int>(dialog.controls.size()) != op.paramCount) return nullptr;
+    for (const params::ParamControl& control : dialog.controls)
+      if (params::positionCount(control) != 1 || control.pictureSide) return nullptr;
+    return &dialog;
+  }
+  return nullptr;
+}
+
+// Edits through the processing dialog; its values are read back through the
+// script parser, so they are held to the vocabulary's ranges.
+bool editWithDialog(Widget parent, const params::ParamDialog& dialog, AdvancedStep* step) {
+  std::vector<int> positions;
+  if (!RunParamDialog(parent, dialog, nullptr, nullptr, nullptr, &positions)) return false;
+  const std::vector<double> values = params::dialogValues(dialog, positions);
+  AdvancedStep chosen = *step;
+  for (int i = 0; i < step->op->paramCount && i < static_cast<int>(values.size()); ++i)
+    chosen.values[i] = values[static_cast<size_t>(i)];
+  const std::vector<std::string> words = tools::SplitScriptWords(process::advancedOpWords(chosen));
+  size_t pos = 0;
+  AdvancedStep parsed{};
+  std::string error;
+  if (!process::parseAdvancedStep(words, &pos, &parsed, &error) || parsed.op != step->op) {
+    ShowMessage(parent, "Error", error.c_str(), true);
+    return false;
+  }
+  *step = parsed;
+  return true;
+}
+
 void editCB(Widget w, XtPointer data, XtPointer) {
   auto* e = static_cast<OpsEditor*>(data);
   const int pos = selected(e->chosen);
   if (pos < 0) return;
   AdvancedStep& step = e->steps[static_cast<size_t>(pos)];
   if (step.op->paramCount == 0) return;
-  if (editStep(w, &step)) refresh(e, pos);
+  const params::ParamDialog* dialog = matchingDialog(*step.op);
+  if (dialog ? editWithDialog(e->shell, *dialog, &step) : editStep(w, &step)) refresh(e, pos);
 }
 
 void pickCB(Widget, XtPointer, XtPointer call) {

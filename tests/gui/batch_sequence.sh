@@ -129,29 +129,57 @@ fill fncvOutputFile 'r#.png'
 click "$(widget fncvOp)"
 wait_for "$OUT" '^TEST advancedOps 0x'
 E=$(grep '^TEST advancedOps 0x' "$OUT" | tail -1 | cut -d' ' -f3)
-click "$(ops_widget listVocabulary)"
-for i in $(seq 60); do
-  [ "$(last_test advancedOps)" = "pick -oil" ] && break
-  xdotool windowfocus --sync "$E" key Down
-  sleep 0.03
-done
+# pick WORD: from the top of the vocabulary, Down until WORD is selected.
+pick() {
+  click "$(ops_widget listVocabulary)"
+  for i in $(seq 60); do
+    [ "$(last_test advancedOps)" = "pick $1" ] && return 0
+    xdotool windowfocus --sync "$E" key Down
+    sleep 0.03
+  done
+  fail "could not pick $1"
+}
+# -colors has no processing dialog: its words are typed, out of range first
+# (refused with a message, the editor stays), then right.
+pick -colors
 click "$(ops_widget buttonAdd)"
-wait_for "$OUT" '^TEST advancedOps list 1 \[-oil [0-9]+\]$'
+wait_for "$OUT" '^TEST advancedOps list 1 \[-colors [^]]*\]$'
 click "$(ops_widget buttonEdit)"
-wait_for "$OUT" '^TEST advancedOps params 0x[0-9a-f]+ -oil$'
+wait_for "$OUT" '^TEST advancedOps params 0x[0-9a-f]+ -colors$'
 P=$(grep '^TEST advancedOps params 0x' "$OUT" | tail -1 | cut -d' ' -f4)
 shot parameters "$P"
-# Out of range first: refused with a message, the editor stays.
-xdotool windowfocus --sync "$P" key End key --repeat 6 BackSpace
-xdotool windowfocus --sync "$P" type 500
+xdotool windowfocus --sync "$P" key End key --repeat 20 BackSpace
+xdotool windowfocus --sync "$P" type '500 dither'
 xdotool windowfocus --sync "$P" key Return
-wait_for "$OUT" '^TEST message -oil: .*"500"$'
+wait_for "$OUT" '^TEST message -colors: .*"500"$'
 close_message
-xdotool windowfocus --sync "$P" key End key --repeat 6 BackSpace
-xdotool windowfocus --sync "$P" type 3
+xdotool windowfocus --sync "$P" key End key --repeat 20 BackSpace
+xdotool windowfocus --sync "$P" type '16 dither'
 xdotool windowfocus --sync "$P" key Return
 wait_for "$OUT" '^TEST advancedOps params ok$'
-wait_for "$OUT" '^TEST advancedOps list 1 \[-oil 3\]$'
+wait_for "$OUT" '^TEST advancedOps list 1 \[-colors 16 dither\]$'
+# -oil through the Oil Painting dialog: two steps up from where it starts.
+pick -oil
+click "$(ops_widget buttonAdd)"
+wait_for "$OUT" '^TEST advancedOps list 2 '
+click "$(ops_widget buttonEdit)"
+wait_for "$OUT" '^TEST dialog VmoraOilPaint 0x'
+Q=$(grep '^TEST dialog VmoraOilPaint 0x' "$OUT" | tail -1 | cut -d' ' -f4)
+shot oil-dialog "$Q"
+xdotool windowfocus --sync "$Q" key --delay 30 Right Right Return
+wait_for "$OUT" '^TEST dialog VmoraOilPaint ok [0-9]+$'
+R=$(grep '^TEST dialog VmoraOilPaint ok' "$OUT" | tail -1 | cut -d' ' -f5)
+wait_for "$OUT" "^TEST advancedOps list 2 \\[-colors 16 dither\\] \\[-oil $R\\]\$"
+# Move Up, Move Down, then the first row (-colors) removed: only the oil
+# painting is left.
+click "$(ops_widget buttonUp)"
+wait_for "$OUT" "^TEST advancedOps list 2 \\[-oil $R\\] \\[-colors 16 dither\\]\$"
+click "$(ops_widget scrolledList)"
+click "$(ops_widget buttonDown)"
+wait_for "$OUT" "^TEST advancedOps list 2 \\[-colors 16 dither\\] \\[-oil $R\\]\$"
+click "$(ops_widget scrolledList)"
+click "$(ops_widget buttonRemove)"
+wait_for "$OUT" "^TEST advancedOps list 1 \\[-oil $R\\]\$"
 click "$(ops_widget buttonOK)"
 wait_for "$OUT" '^TEST advancedOps ok 1$'
 
