@@ -25,18 +25,44 @@ view_windows
 widget() { grep "^TEST batch widget $1 " "$OUT" | tail -1 | cut -d' ' -f5; }
 ops_widget() { grep "^TEST advancedOps widget $1 " "$OUT" | tail -1 | cut -d' ' -f5; }
 click() { xdotool mousemove --window "$1" 6 6 click 1; }
-# selector_answer TEXT: types TEXT into the file selector that opens next.
-selector_answer() {
-  local n=$1 D
-  wait_count "$OUT" '^TEST fileselector 0x' "$n"
-  D=$(grep '^TEST fileselector 0x' "$OUT" | tail -1 | cut -d' ' -f3)
-  xdotool windowfocus --sync "$D" type --delay 5 "$2"
-  xdotool windowfocus --sync "$D" key Return
+# through BUTTON TEXT: clicks a button of the dialog that opens a file
+# selector and answers it with TEXT.
+through() {
+  local n S
+  n=$(grep -c '^TEST fileselector 0x' "$OUT")
+  click "$(widget "$1")"
+  wait_count "$OUT" '^TEST fileselector 0x' $((n + 1))
+  S=$(grep '^TEST fileselector 0x' "$OUT" | tail -1 | cut -d' ' -f3)
+  # The name field may hold a name from before: replace it.
+  xdotool windowfocus --sync "$S" key End shift+Home BackSpace
+  xdotool windowfocus --sync "$S" type --delay 5 "$2"
+  xdotool windowfocus --sync "$S" key Return
+}
+# open_dialog: Ctrl+U in the view; D is the new dialog's window.
+open_dialog() {
+  local n
+  n=$(grep -c '^TEST batch dialog multi 0x' "$OUT")
+  keys ctrl+u
+  wait_count "$OUT" '^TEST batch dialog multi 0x' $((n + 1))
+  D=$(grep '^TEST batch dialog multi 0x' "$OUT" | tail -1 | cut -d' ' -f5)
+}
+# choose SHORTNAME: Tab has put the focus in the format box; Up, then Down,
+# until the format is chosen.
+choose() {
+  local key i n
+  for key in Up Down; do
+    for i in $(seq 60); do
+      last_test batch | grep -q "^format fncvOutputList [0-9]* $1\$" && return 0
+      n=$(grep -c '^TEST batch format ' "$OUT")
+      xdotool windowfocus --sync "$D" key $key
+      sleep 0.05
+      [ "$(grep -c '^TEST batch format ' "$OUT")" -gt "$n" ] || break
+    done
+  done
+  fail "$1 not chosen"
 }
 
-keys ctrl+u
-wait_for "$OUT" '^TEST batch dialog multi 0x'
-D=$(grep '^TEST batch dialog multi 0x' "$OUT" | tail -1 | cut -d' ' -f5)
+open_dialog
 xdotool search --onlyvisible --name '^Multi Convert$' >/dev/null || fail "dialog title"
 shot multi-empty "$D"
 
@@ -48,8 +74,7 @@ for name in fncvInputFilename buttonAdd buttonAddFolder buttonRemove buttonRemov
 done
 
 # "Add Folder..." adds the three pictures.
-click "$(widget buttonAddFolder)"
-selector_answer 1 "$WORK/in"
+through buttonAddFolder "$WORK/in"
 wait_for "$OUT" '^TEST batch inputs 3$'
 
 click "$(widget fncvOutputDir)"
@@ -57,16 +82,7 @@ xdotool windowfocus --sync "$D" type --delay 5 "$WORK/out1"
 
 # The output format: Tab to the combo box, Up or Down until BMP is chosen.
 xdotool windowfocus --sync "$D" key Tab
-for key in Up Down; do
-  for i in $(seq 60); do
-    last_test batch | grep -q '^format fncvOutputList [0-9]* bmp$' && break 2
-    n=$(grep -c '^TEST batch format ' "$OUT")
-    xdotool windowfocus --sync "$D" key $key
-    sleep 0.05
-    [ "$(grep -c '^TEST batch format ' "$OUT")" -gt "$n" ] || break
-  done
-done
-last_test batch | grep -q '^format fncvOutputList [0-9]* bmp$' || fail "bmp not chosen"
+choose bmp
 
 # The operations editor: -xflip then -negate from the vocabulary.
 click "$(widget fncvOp)"
@@ -93,8 +109,7 @@ click "$(ops_widget buttonOK)"
 wait_for "$OUT" '^TEST advancedOps ok 2$'
 
 # "Save Batch..." writes the job as one line.
-click "$(widget fncvSaveBatch)"
-selector_answer 2 "$WORK/job.txt"
+through fncvSaveBatch "$WORK/job.txt"
 wait_for "$OUT" "^TEST batch script $WORK/job.txt\$"
 shot multi-filled "$D"
 expect "script" "$(cat "$WORK/job.txt")" \
@@ -127,11 +142,8 @@ $IM -size 20x10 xc:blue "$WORK/del/same.png"
 $IM -size 20x10 xc:red "$WORK/del/other.bmp"
 $IM -size 20x10 xc:yellow "$WORK/del/blocked.bmp"
 mkdir "$WORK/del/blocked.png"
-keys ctrl+u
-wait_count "$OUT" '^TEST batch dialog multi 0x' 2
-D=$(grep '^TEST batch dialog multi 0x' "$OUT" | tail -1 | cut -d' ' -f5)
-click "$(widget buttonAddFolder)"
-selector_answer 3 "$WORK/del"
+open_dialog
+through buttonAddFolder "$WORK/del"
 wait_for "$OUT" '^TEST batch inputs 3$'
 click "$(widget fncvDelete)"
 click "$(widget buttonGo)"
@@ -145,11 +157,60 @@ expect "other pixel" "$(pixel "$WORK/del/other.png" 3 3)" "srgb(255,0,0)"
 grep -q "^TEST batch file 2 $WORK/del/same.png -> $WORK/del/same.png status 0 code 0 deleted 0\$" \
   "$OUT" || fail "same.png line"
 
-# Escape closes a dialog and leaves nothing behind.
-keys ctrl+u
-wait_count "$OUT" '^TEST batch dialog multi 0x' 3
-D=$(grep '^TEST batch dialog multi 0x' "$OUT" | tail -1 | cut -d' ' -f5)
+# Read errors are reported, unless "Suppress read errors" is on; the other
+# file is converted either way (in place: same name, same format).
+mkdir "$WORK/unread"
+# A PNG cut short: recognised from its header, unreadable.
+$IM -size 64x64 plasma:fractal "$WORK/whole.png"
+head -c 200 "$WORK/whole.png" >"$WORK/unread/bad.png"
+$IM -size 8x8 xc:white "$WORK/unread/good.png"
+for suppress in 0 1; do
+  open_dialog
+  through buttonAddFolder "$WORK/unread"
+  wait_count "$OUT" '^TEST batch inputs 2$' $((suppress + 1))
+  [ $suppress = 1 ] && click "$(widget fncvError)"
+  n=$(grep -c '^TEST message ' "$OUT")
+  click "$(widget buttonGo)"
+  wait_count "$OUT" '^TEST batch done converted 1 of 2$' $((suppress + 1))
+  expect "messages, suppress=$suppress" "$(grep -c '^TEST message ' "$OUT")" $((n + 1 - suppress))
+done
+
+# Grey pictures into PPM, which holds only true colour: the conversion is
+# asked for the first file only and reused for the second.
+mkdir "$WORK/grey" "$WORK/ppm"
+$IM -size 16x8 gradient: -colorspace gray -depth 8 "$WORK/grey/g1.pgm"
+$IM -size 16x8 gradient: -colorspace gray -depth 8 -flip "$WORK/grey/g2.pgm"
+open_dialog
+through buttonAddFolder "$WORK/grey"
+click "$(widget fncvOutputDir)"
+xdotool windowfocus --sync "$D" type --delay 5 "$WORK/ppm"
+xdotool windowfocus --sync "$D" key Tab
+choose ppm
+n=$(grep -c '^TEST conversionDialog 0x' "$OUT")
+click "$(widget buttonGo)"
+wait_count "$OUT" '^TEST conversionDialog 0x' $((n + 1))
+C=$(grep '^TEST conversionDialog 0x' "$OUT" | tail -1 | cut -d' ' -f3)
+xdotool windowfocus --sync "$C" key Return
+wait_for "$OUT" '^TEST batch done converted 2 of 2$'
+expect "questions" "$(grep -c '^TEST conversionDialog 0x' "$OUT")" $((n + 1))
+for g in g1 g2; do
+  expect "$g.ppm" "$(identify -format '%m %wx%h' "$WORK/ppm/$g.ppm")" "PPM 16x8"
+done
+
+# "Options..." opens the options on their Save page; Escape leaves them.
+open_dialog
+click "$(widget fncvOptions)"
+wait_for "$OUT" '^TEST optionsDialog 0x[0-9a-f]+ page 4$'
+expect "page" "$(last_test optionsPage)" "4 Save"
+O=$(grep '^TEST optionsDialog 0x' "$OUT" | tail -1 | cut -d' ' -f3)
+xdotool windowfocus --sync "$O" key Escape
+wait_for "$OUT" '^TEST optionsDialog cancel$'
 xdotool windowfocus --sync "$D" key Escape
-wait_count "$OUT" '^TEST batch dialog closed$' 3
+
+# Escape closes a dialog and leaves nothing behind.
+open_dialog
+n=$(grep -c '^TEST batch dialog closed$' "$OUT")
+xdotool windowfocus --sync "$D" key Escape
+wait_count "$OUT" '^TEST batch dialog closed$' $((n + 1))
 [ -z "$(xdotool search --onlyvisible --name '^Multi Convert$')" ] || fail "dialog left open"
 exit 0
