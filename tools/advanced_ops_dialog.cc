@@ -44,7 +44,7 @@ Widget makeDialogShell(Widget parent, const char* name, const char* title) {
   Arg args[6];
   Cardinal n = 0;
   XtSetArg(args[n], XmNtitle, title), ++n;
-  XtSetArg(args[n], XmNdeleteResponse, XmDO_NOTHING), ++n;
+  XtSetArg(args[n], XmNdeleteResponse, XmUNMAP), ++n;
   XtSetArg(args[n], XmNvisual, DefaultVisualOfScreen(screen)), ++n;
   XtSetArg(args[n], XmNdepth, DefaultDepthOfScreen(screen)), ++n;
   XtSetArg(args[n], XmNcolormap, DefaultColormapOfScreen(screen)), ++n;
@@ -139,7 +139,8 @@ bool editStep(Widget parent, AdvancedStep* step) {
   p.shell = makeDialogShell(parent, "VmoraOpParams", step->op->label);
   XtAddCallback(p.shell, XmNpopdownCallback, paramCancelCB, &p);
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, p.shell, XmNautoUnmanage, False,
-                                 XmNmarginWidth, 8, XmNmarginHeight, 8, nullptr);
+                                 XmNdialogStyle, XmDIALOG_FULL_APPLICATION_MODAL, XmNmarginWidth, 8,
+                                 XmNmarginHeight, 8, nullptr);
   const OkCancelRow row = CreateOkCancelRow(form, paramOkCB, paramCancelCB, &p);
   const std::string help =
       process::advancedOpSyntax(*step->op) + "\n" + process::advancedOpRanges(*step->op);
@@ -263,7 +264,8 @@ bool EditAdvancedOperations(Widget parent, std::vector<AdvancedStep>* steps) {
   // Closing the window counts as Cancel.
   XtAddCallback(e.shell, XmNpopdownCallback, cancelCB, &e);
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, e.shell, XmNautoUnmanage, False,
-                                 XmNmarginWidth, 8, XmNmarginHeight, 8, nullptr);
+                                 XmNdialogStyle, XmDIALOG_FULL_APPLICATION_MODAL, XmNmarginWidth, 8,
+                                 XmNmarginHeight, 8, nullptr);
   const OkCancelRow row = CreateOkCancelRow(form, okCB, cancelCB, &e);
 
   // The buttons between the two lists.

@@ -241,6 +241,13 @@ void goCB(Widget, XtPointer data, XtPointer) {
     for (const std::string& input : inputFiles(d->shell))
       r->jobs.emplace_back(input, tools::OutputPath(input, dir, r->outFormat));
   }
+  if (r->jobs.empty()) {
+    // Nothing to convert (an empty list, or a sequence whose start lies
+    // beyond its end): the dialog stays for the user to complete.
+    delete r;
+    XBell(XtDisplay(d->shell), 0);
+    return;
+  }
   closeDialog(d);
   startRun(r, title);
 }
