@@ -25,6 +25,7 @@
 #include "display/icons.h"
 #include "process/conversion_items.h"
 #include "process/geometry.h"
+#include "tools/batch_dialog.h"
 #include "tools/hex_dump.h"
 #include "tools/slide_file.h"
 #include "view/process_menu.h"
@@ -87,6 +88,12 @@ void browseCmd(ViewWindow* v, Widget origin) {
 }
 
 void slideShowCmd(ViewWindow* v, Widget origin) { StartSlideShow(v ? v->shell : origin, nullptr); }
+
+void multiConvertCmd(ViewWindow* v, Widget origin) { OpenMultiConvert(v ? v->shell : origin); }
+
+void sequenceConvertCmd(ViewWindow* v, Widget origin) {
+  OpenSequenceConvert(v ? v->shell : origin);
+}
 
 void reopenCmd(ViewWindow* v, Widget) {
   if (!v) return;
@@ -226,14 +233,14 @@ void pagePrevCmd(ViewWindow* v, Widget) {
 
 }  // namespace
 
-// In the order the words are compared. The batch conversion dialogs do not
-// exist yet: their words are known and do nothing.
+// In the order the words are compared.
+// clang-format off
 const ViewCommand kViewCommands[] = {
     {"open", openCmd},           {"viewHexa", viewHexaCmd},
     {"browseFiles", browseCmd},  {"reopenFiles", reopenCmd},
     {"close", closeCmd},         {"saveFiles", saveCmd},
-    {"slideShow", slideShowCmd}, {"sequenceConvert", nullptr},
-    {"multiConvert", nullptr},   {"quit", quitCmd},
+    {"slideShow", slideShowCmd}, {"sequenceConvert", sequenceConvertCmd},
+    {"multiConvert", multiConvertCmd}, {"quit", quitCmd},
     {"undo", undoCmd},           {"crop", cropCmd},
     {"options", optionsCmd},     {"adaptiveSize", adaptiveCmd},
     {"fitImage", fitCmd},        {"fullScreen", fullScreenCmd},
@@ -244,6 +251,7 @@ const ViewCommand kViewCommands[] = {
     {"pageFirst", pageFirstCmd}, {"pageLast", pageLastCmd},
     {"pageNext", pageNextCmd},   {"pagePrev", pagePrevCmd},
 };
+// clang-format on
 const int kViewCommandCount = static_cast<int>(std::size(kViewCommands));
 
 const ViewCommand* FindViewCommand(const char* word) {
