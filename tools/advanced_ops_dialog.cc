@@ -17,7 +17,7 @@
 #include "core/test_log.h"
 #include "tools/batch_dialog.h"
 #include "tools/batch_script.h"
-#include "widgets/dialog_buttons.h"
+#include "widgets/dialog_parts.h"
 #include "widgets/message_box.h"
 #include "widgets/param_dialog.h"
 #include "widgets/param_table.h"
@@ -32,25 +32,6 @@ struct OpsEditor {
   std::vector<AdvancedStep> steps;
   int answer = -1;  // -1 open, 0 cancelled, 1 accepted
 };
-
-Widget shellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
-Widget makeDialogShell(Widget parent, const char* name, const char* title) {
-  Widget owner = shellOf(parent ? parent : topLevel);
-  Screen* screen = XtScreen(owner);
-  Arg args[6];
-  Cardinal n = 0;
-  XtSetArg(args[n], XmNtitle, title), ++n;
-  XtSetArg(args[n], XmNdeleteResponse, XmUNMAP), ++n;
-  XtSetArg(args[n], XmNvisual, DefaultVisualOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNdepth, DefaultDepthOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNcolormap, DefaultColormapOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNallowShellResize, True), ++n;
-  return XmCreateDialogShell(owner, const_cast<char*>(name), args, n);
-}
 
 // The parameter words of a step: its script words without the option word.
 std::string parameterWords(const AdvancedStep& step) {
@@ -136,7 +117,7 @@ void paramCancelCB(Widget, XtPointer data, XtPointer) {
 
 bool editStep(Widget parent, AdvancedStep* step) {
   ParamEditor p;
-  p.shell = makeDialogShell(parent, "VmoraOpParams", step->op->label);
+  p.shell = CreateDialogShell(parent, "VmoraOpParams", step->op->label, XmUNMAP);
   XtAddCallback(p.shell, XmNpopdownCallback, paramCancelCB, &p);
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, p.shell, XmNautoUnmanage, False,
                                  XmNdialogStyle, XmDIALOG_FULL_APPLICATION_MODAL, XmNmarginWidth, 8,
@@ -260,7 +241,7 @@ struct ButtonRow {
 bool EditAdvancedOperations(Widget parent, std::vector<AdvancedStep>* steps) {
   OpsEditor e;
   e.steps = *steps;
-  e.shell = makeDialogShell(parent, "VmoraAdvancedOps", "Advanced Operations");
+  e.shell = CreateDialogShell(parent, "VmoraAdvancedOps", "Advanced Operations", XmUNMAP);
   // Closing the window counts as Cancel.
   XtAddCallback(e.shell, XmNpopdownCallback, cancelCB, &e);
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, e.shell, XmNautoUnmanage, False,

@@ -29,6 +29,7 @@
 #include "tools/slide_file.h"
 #include "widgets/combo_box.h"
 #include "widgets/conversion_dialog.h"
+#include "widgets/dialog_parts.h"
 #include "widgets/file_selector.h"
 #include "widgets/message_box.h"
 #include "widgets/options_dialog.h"
@@ -523,27 +524,11 @@ void formatChosenCB(Widget w, XtPointer data, XtPointer call) {
           index < 0 ? "-" : shortName(index).c_str());
 }
 
-Widget shellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 BatchDialog* createDialog(Widget parent, bool sequence) {
   auto* d = new BatchDialog;
   d->sequence = sequence;
-  Widget owner = shellOf(parent ? parent : topLevel);
-  Screen* screen = XtScreen(owner);
-  Arg args[6];
-  Cardinal n = 0;
-  XtSetArg(args[n], XmNtitle, sequence ? "Sequence Convert" : "Multi Convert"), ++n;
-  XtSetArg(args[n], XmNdeleteResponse, XmDESTROY), ++n;
-  // Drawn with the default visual whatever the owner's is.
-  XtSetArg(args[n], XmNvisual, DefaultVisualOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNdepth, DefaultDepthOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNcolormap, DefaultColormapOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNallowShellResize, True), ++n;
-  d->shell = XmCreateDialogShell(
-      owner, const_cast<char*>(sequence ? "VmoraSeqConvert" : "VmoraMultiConvert"), args, n);
+  d->shell = CreateDialogShell(parent, sequence ? "VmoraSeqConvert" : "VmoraMultiConvert",
+                               sequence ? "Sequence Convert" : "Multi Convert", XmDESTROY);
   XtAddCallback(d->shell, XmNdestroyCallback, destroyCB, d);
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, d->shell, XmNautoUnmanage, False,
                                  XmNmarginWidth, 10, XmNmarginHeight, 10, nullptr);

@@ -11,7 +11,7 @@
 #include "core/app.h"
 #include "core/test_log.h"
 #include "process/conversion_items.h"
-#include "widgets/dialog_buttons.h"
+#include "widgets/dialog_parts.h"
 #include "widgets/message_box.h"
 #include "widgets/progress_dialog.h"
 
@@ -45,27 +45,12 @@ void cancelCB(Widget, XtPointer data, XtPointer) {
 
 void destroyTimeout(XtPointer data, XtIntervalId*) { XtDestroyWidget(static_cast<Widget>(data)); }
 
-Widget shellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 }  // namespace
 
 int AskConversionDialog(Widget parent, const char* title, const ImageRecord& picture) {
   const std::vector<int> choices = ConversionChoices(picture);
   Answer answer;
-  Widget owner = shellOf(parent ? parent : topLevel);
-  Screen* screen = XtScreen(owner);
-  Arg args[6];
-  Cardinal n = 0;
-  XtSetArg(args[n], XmNtitle, title), ++n;
-  XtSetArg(args[n], XmNdeleteResponse, XmUNMAP), ++n;
-  XtSetArg(args[n], XmNvisual, DefaultVisualOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNdepth, DefaultDepthOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNcolormap, DefaultColormapOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNallowShellResize, True), ++n;
-  Widget shell = XmCreateDialogShell(owner, const_cast<char*>("VmoraConvert"), args, n);
+  Widget shell = CreateDialogShell(parent, "VmoraConvert", title, XmUNMAP);
   Widget form = XtVaCreateWidget("form", xmFormWidgetClass, shell, XmNautoUnmanage, False,
                                  XmNmarginWidth, 8, XmNmarginHeight, 8, XmNdialogStyle,
                                  XmDIALOG_FULL_APPLICATION_MODAL, nullptr);

@@ -21,7 +21,7 @@
 
 #include "core/app.h"
 #include "core/test_log.h"
-#include "widgets/dialog_buttons.h"
+#include "widgets/dialog_parts.h"
 #include "widgets/options_table.h"
 
 namespace {
@@ -195,25 +195,9 @@ Widget makeControl(Widget page, const OptionRow& row) {
   return nullptr;
 }
 
-Widget shellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
-
 OptionsDialog* create(Widget parent) {
   OptionsDialog* d = new OptionsDialog;
-  Widget owner = shellOf(parent ? parent : topLevel);
-  // The dialog draws with the default visual, whatever the owner's is.
-  Screen* screen = XtScreen(owner);
-  Arg args[6];
-  Cardinal n = 0;
-  XtSetArg(args[n], XmNtitle, "Options"), ++n;
-  XtSetArg(args[n], XmNdeleteResponse, XmUNMAP), ++n;
-  XtSetArg(args[n], XmNvisual, DefaultVisualOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNdepth, DefaultDepthOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNcolormap, DefaultColormapOfScreen(screen)), ++n;
-  XtSetArg(args[n], XmNallowShellResize, True), ++n;
-  d->shell = XmCreateDialogShell(owner, const_cast<char*>("VmoraOptions"), args, n);
+  d->shell = CreateDialogShell(parent, "VmoraOptions", "Options", XmUNMAP);
   XtAddCallback(d->shell, XmNdestroyCallback, destroyCB, d);
 
   Widget form =

@@ -13,6 +13,7 @@
 #include "core/app.h"
 #include "core/save.h"
 #include "core/test_log.h"
+#include "widgets/dialog_parts.h"
 #include "widgets/progress_bar.h"
 
 namespace {
@@ -32,11 +33,6 @@ ProgressState* stateOf(Widget dialog) {
   XtPointer data = nullptr;
   XtVaGetValues(form, XmNuserData, &data, nullptr);
   return static_cast<ProgressState*>(data);
-}
-
-Widget shellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
 }
 
 void stopCB(Widget, XtPointer data, XtPointer) {
@@ -59,7 +55,7 @@ void setLabel(ProgressState* s, const char* text) {
 }  // namespace
 
 Widget CreateProgressDialog(Widget parent, const char* title, const char* text) {
-  Widget owner = shellOf(parent ? parent : topLevel);
+  Widget owner = ShellOf(parent ? parent : topLevel);
   // The dialog lives in its owner's visual and colormap (a view window may
   // use another visual than the screen's default).
   Visual* visual = nullptr;
@@ -224,7 +220,7 @@ void SetProgressSaveHooks(SaveHooks* hooks, Widget parent) {
 }
 
 void SetBusyCursor(Widget widget, bool on) {
-  Widget shell = shellOf(widget);
+  Widget shell = ShellOf(widget);
   if (!shell || !XtIsRealized(shell)) return;
   Display* dpy = XtDisplay(shell);
   static Display* cursorDisplay = nullptr;

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "core/test_log.h"
+#include "widgets/dialog_parts.h"
 
 namespace {
 
@@ -29,11 +30,6 @@ struct {
   XtIntervalId timer = 0;
   Widget shell = nullptr;  // the bubble shown, if any
 } bubble;
-
-Widget shellOf(Widget w) {
-  while (w && !XtIsShell(w)) w = XtParent(w);
-  return w;
-}
 
 void bubbleGoneCB(Widget w, XtPointer, XtPointer) {
   if (bubble.shell == w) bubble.shell = nullptr;
@@ -55,7 +51,7 @@ void bubbleTimeout(XtPointer, XtIntervalId*) {
   XtVaGetValues(target, XmNwidth, &width, XmNheight, &height, nullptr);
   if (x < 0 || y < 0 || x >= width || y >= height) return;
 
-  Widget owner = shellOf(target);
+  Widget owner = ShellOf(target);
   Visual* visual = nullptr;
   Colormap colormap = 0;
   int depth = 0;
