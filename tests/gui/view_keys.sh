@@ -86,7 +86,6 @@ title_is() {
   fail "title: got '$(xprop -id "$VIEW" WM_NAME | cut -d'"' -f2)', wanted '$1'"
 }
 
-declare -A opened
 while read -r key word kind; do
   [ -n "$key" ] || continue
   n=$(count command)
@@ -101,7 +100,6 @@ while read -r key word kind; do
   wait_count "$OUT" '^TEST command ' $((n + 1))
   expect "$key" "$(grep '^TEST command ' "$OUT" | tail -1 | cut -d' ' -f3)" "$word"
   [ "$kind" = - ] || dismiss "$kind" $((before + 1))
-  opened[$word]=1
   # Full screen covers the screen; the second press gives the old size back.
   if [ "$word" = fullScreen ]; then
     size_is() {
