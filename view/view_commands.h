@@ -37,7 +37,7 @@ XtTranslations ViewTranslations();
 // The tool bar: icon index, command word and bubble text of each button.
 struct ToolBarButton {
   int icon;
-  const char* word;  // a command word, or null for a picture operation
+  const char* word;  // the command word; the button's name when `apply` is set
   const char* help;
   void (*apply)(ViewWindow* view);  // the operation of a button without a word
 };
